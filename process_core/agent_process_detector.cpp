@@ -1,0 +1,82 @@
+#include "process_core/agent_process_detector.h"
+
+#include <vector>
+
+namespace tidewatch::AgentProcessDetector {
+namespace {
+
+std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separator) {
+  std::vector<std::string_view> pieces;
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t end = text.find(separator, start);
+    if (end == std::string_view::npos) end = text.size();
+    if (end > start) pieces.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return pieces;
+}
+
+bool isVersionNumber(std::string_view version) {
+  size_t pieces = 0;
+  size_t start = 0;
+  while (true) {
+    size_t end = version.find('.', start);
+    if (end == std::string_view::npos) end = version.size();
+    if (end == start) return false;
+    for (size_t i = start; i < end; ++i) {
+      if (version[i] < '0' || version[i] > '9') return false;
+    }
+    ++pieces;
+    if (end == version.size()) break;
+    start = end + 1;
+  }
+  return pieces >= 3;
+}
+
+}  // namespace
+
+std::optional<AgentKind> agentKindForBasename(std::string_view basename) {
+  if (basename == "claude") return AgentKind::claude;
+  if (basename == "codex") return AgentKind::codex;
+  return std::nullopt;
+}
+
+bool isScriptInterpreterBasename(std::string_view basename) { return basename == "node"; }
+
+bool isNativeInstalledClaudeCandidate(const std::optional<std::string>& name,
+                                      const std::optional<std::string>& executablePath) {
+  if (!executablePath) return false;
+  const auto pieces = nonEmptyPieces(*executablePath, '/');
+  if (pieces.size() < 5) return false;
+  const auto tail = pieces.end() - 5;
+  if (tail[0] != ".local" || tail[1] != "share" || tail[2] != "claude" || tail[3] != "versions") {
+    return false;
+  }
+  const std::string_view version = tail[4];
+  if (!name || *name != version) return false;
+  return isVersionNumber(version);
+}
+
+PresenceCandidate presenceCandidate(const std::optional<std::string>& name,
+                                    const std::optional<std::string>& executablePath) {
+  std::optional<std::string> candidate;
+  if (executablePath) candidate = lastPathComponent(*executablePath);
+  if (!candidate) candidate = name;
+  if (!candidate) return PresenceCandidate::rejected;
+
+  const bool nameIsAgent = name && agentKindForBasename(*name);
+  const bool nativeCandidate = isNativeInstalledClaudeCandidate(name, executablePath);
+  const bool candidateIsAgent = agentKindForBasename(*candidate).has_value();
+  const bool candidateIsInterpreter = isScriptInterpreterBasename(*candidate);
+
+  if (!candidateIsAgent && !candidateIsInterpreter && !nameIsAgent && !nativeCandidate) {
+    return PresenceCandidate::rejected;
+  }
+  if (candidateIsInterpreter || nativeCandidate || (nameIsAgent && !candidateIsAgent)) {
+    return PresenceCandidate::needsArgv;
+  }
+  return PresenceCandidate::withoutArgv;
+}
+
+}  // namespace tidewatch::AgentProcessDetector

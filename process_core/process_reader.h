@@ -1,0 +1,55 @@
+// The porting contract of process reading. Each platform folder (linux/, a future darwin/)
+// implements these declarations; nothing else in the program talks to the kernel's process
+// tables. Nothing here throws: a failed read gives an empty sequence or an absent value.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "process_core/process_records.h"
+
+namespace tidewatch::Libproc {
+
+// Every process now, pids above 0; empty only when enumeration is unavailable. Also takes a
+// fresh table of listening TCP sockets for the listeningSockets calls that follow.
+std::vector<int32_t> allPIDs();
+
+// The process's TCP sockets in LISTEN state, in descriptor order; empty when none or unreadable.
+std::vector<RawListeningSocket> listeningSockets(int32_t pid);
+
+// The identity of the incarnation now behind the pid; absent when the pid is gone.
+std::optional<ProcessIdentity> processIdentity(int32_t pid);
+
+// Absolute path of the executable; absent when unreadable (other users' processes).
+std::optional<std::string> execPath(int32_t pid);
+
+// The working directory; absent when unreadable.
+std::optional<std::string> currentWorkingDirectory(int32_t pid);
+
+// The argument vector with UTF-8 repaired; absent when unreadable or empty.
+std::optional<std::vector<std::string>> argv(int32_t pid);
+
+}  // namespace tidewatch::Libproc
+
+namespace tidewatch::ProcessReader {
+
+// The process if it belongs to myUID, with memory and CPU figures; argv only if asked.
+std::optional<ProcessSnapshot> enrichedSnapshot(int32_t pid, uint32_t myUID, bool includeArgv);
+
+// The process of any user, with argv, for walking ancestors.
+std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid, uint32_t myUID);
+
+// The process only if it belongs to myUID and its names make it a candidate agent; argv is read
+// only when the names alone cannot decide.
+std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID);
+
+// The process of any user, without argv, for the checks just before an action.
+std::optional<ProcessSnapshot> liveResolveSnapshot(int32_t pid);
+
+// CPU and memory of a known process refreshed; absent when the pid now belongs to another
+// process or user. Every other field stays from the given snapshot.
+std::optional<ProcessSnapshot> activitySnapshot(const ProcessSnapshot& snapshot, uint32_t myUID);
+
+}  // namespace tidewatch::ProcessReader
