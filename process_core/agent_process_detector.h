@@ -28,4 +28,9 @@ enum class PresenceCandidate {
 PresenceCandidate presenceCandidate(const std::optional<std::string>& name,
                                     const std::optional<std::string>& executablePath);
 
+// The provider of a coding agent process, from the snapshot alone. Other users' processes and
+// applications with a bundle identifier are never agents; a snapshot without argv can be one only
+// by its managed bundle or by its own name.
+std::optional<AgentKind> detect(const ProcessSnapshot& snapshot);
+
 }  // namespace tidewatch::AgentProcessDetector
