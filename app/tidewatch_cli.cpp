@@ -1,0 +1,215 @@
+#include "app/tidewatch_cli.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <clocale>
+#include <ctime>
+#include <exception>
+
+#include "process_core/pretty_json.h"
+#include "process_core/text.h"
+#include "tidewatch_kit/listener_json.h"
+#include "tidewatch_kit/listener_sorter.h"
+#include "tidewatch_kit/port_engine.h"
+
+namespace tidewatch {
+namespace {
+
+bool contains(const std::vector<std::string>& arguments, std::string_view word) {
+  return std::find(arguments.begin(), arguments.end(), word) != arguments.end();
+}
+
+void writeAll(int fd, const std::string& bytes) {
+  size_t written = 0;
+  while (written < bytes.size()) {
+    const ssize_t n = ::write(fd, bytes.data() + written, bytes.size() - written);
+    if (n <= 0) {
+      if (n < 0 && errno == EINTR) continue;
+      return;
+    }
+    written += static_cast<size_t>(n);
+  }
+}
+
+constexpr std::string_view middleDot = "\xC2\xB7";
+constexpr std::string_view emDash = "\xE2\x80\x94";
+constexpr std::string_view multiplication = "\xC3\x97";
+constexpr std::string_view rule = "\xE2\x94\x80";
+
+std::string_view bindWord(BindScope scope) {
+  switch (scope) {
+    case BindScope::loopbackOnly: return "localhost";
+    case BindScope::allInterfaces: return "all-interfaces";
+    case BindScope::specificInterface: return "specific";
+    case BindScope::mixed: return "mixed";
+    case BindScope::unknown: return "unknown";
+  }
+  return "unknown";
+}
+
+}  // namespace
+
+EntryRoute routeFor(const std::vector<std::string>& arguments) {
+  if (!arguments.empty() && arguments.front() == "agent-event") return EntryRoute::relay;
+  if (contains(arguments, "scan") || contains(arguments, "--scan")) return EntryRoute::scan;
+  if (contains(arguments, "update-gate")) return EntryRoute::updateGate;
+  return EntryRoute::application;
+}
+
+namespace TidewatchCLI {
+
+Output Output::live() {
+  return Output{[](const std::string& text) { writeAll(STDOUT_FILENO, text); },
+                [](const std::string& line) { writeAll(STDERR_FILENO, line + "\n"); }};
+}
+
+std::vector<PortListener> reportRows(const ScanResult& result, bool includeHidden) {
+  auto rows = result.visible();
+  if (includeHidden) {
+    auto hidden = result.hidden();
+    rows.insert(rows.end(), std::make_move_iterator(hidden.begin()), std::make_move_iterator(hidden.end()));
+  }
+  return ListenerSorter::sorted(std::move(rows), ListenerSortMode::port, {});
+}
+
+std::optional<std::string> jsonReport(const ScanResult& result, bool includeHidden) {
+  try {
+    nlohmann::json report = nlohmann::json::object();
+    report["scannedAt"] = iso8601(result.scannedAt);
+    report["processCount"] = result.processCount;
+    report["visibleCount"] = static_cast<int>(result.visible().size());
+    report["hiddenCount"] = result.hiddenCount();
+    report["codexAgentCount"] = result.agentPresence.count(AgentKind::codex);
+    report["claudeAgentCount"] = result.agentPresence.count(AgentKind::claude);
+    report["listeners"] = reportRows(result, includeHidden);
+    return writePrettyJSON(report) + "\n";
+  } catch (const nlohmann::json::exception&) {
+    return std::nullopt;
+  }
+}
+
+std::string padded(const std::string& text, size_t width) {
+  const size_t count = graphemeCount(text);
+  if (count >= width) return graphemePrefix(text, width - 1) + " ";
+  return text + std::string(width - count, ' ');
+}
+
+std::string localMediumTime(Date date) {
+  static const bool localeSet = [] { return std::setlocale(LC_TIME, "") != nullptr; }();
+  (void)localeSet;
+  const std::time_t t = std::chrono::system_clock::to_time_t(
+      std::chrono::time_point_cast<std::chrono::system_clock::duration>(date));
+  std::tm local{};
+  localtime_r(&t, &local);
+  char buffer[64];
+  const size_t n = std::strftime(buffer, sizeof buffer, "%X", &local);
+  return std::string(buffer, n);
+}
+
+std::string tableReport(const ScanResult& result, bool includeHidden,
+                        const std::function<std::string(Date)>& localTime) {
+  const size_t visibleCount = result.visible().size();
+  std::string out = "Tidewatch ";
+  out += emDash;
+  out += " " + std::to_string(visibleCount) + " listener" + (visibleCount == 1 ? "" : "s");
+  out += " (" + std::to_string(result.hiddenCount()) + " system/background hidden)";
+  out += " ";
+  out += middleDot;
+  out += " " + std::to_string(result.processCount) + " processes ";
+  out += middleDot;
+  out += " scanned " + localTime(result.scannedAt) + "\n";
+
+  const auto& presence = result.agentPresence;
+  if (presence.totalCount() >= 1) {
+    out += "Agents present: " + std::to_string(presence.codexCount()) + " Codex ";
+    out += middleDot;
+    out += " " + std::to_string(presence.claudeCount()) + " Claude\n";
+  }
+  out += "\n";
+
+  const auto rows = reportRows(result, includeHidden);
+  if (rows.empty()) {
+    out += "No local listeners.\n";
+    return out;
+  }
+
+  out += padded("PORT", 7) + padded("PROTO", 6) + padded("PROCESS", 22) + padded("PID", 8) +
+         padded("CLASSIFICATION", 22) + "BIND\n";
+  for (int i = 0; i < 78; ++i) out += rule;
+  out += "\n";
+  for (const auto& row : rows) {
+    std::string process = row.process.displayName();
+    if (row.workerPoolSize >= 2) {
+      process += " ";
+      process += multiplication;
+      process += std::to_string(row.workerPoolSize);
+    }
+    out += padded(std::to_string(row.port), 7);
+    out += padded("TCP", 6);
+    out += padded(process, 22);
+    out += padded(std::to_string(row.process.identity.pid), 8);
+    out += padded(row.classification.label, 22);
+    out += bindWord(row.bindScope);
+    if (row.visibility == VisibilityClass::hiddenSystemBackground) {
+      out += " ";
+      out += middleDot;
+      out += "sys";
+    }
+    out += "\n";
+  }
+  return out;
+}
+
+int32_t run(const std::vector<std::string>& arguments, const std::function<ScanResult()>& scan,
+            const Output& output, const std::function<std::string(Date)>& localTime) {
+  const bool json = contains(arguments, "--json");
+  const bool includeHidden = contains(arguments, "--all");
+  ScanResult result;
+  try {
+    result = scan();
+  } catch (const ScanError&) {
+    output.standardError(std::string("error: process enumeration unavailable ") + std::string(emDash) +
+                         " proc_listpids returned 0. This build must run unsandboxed (ADR-0015).");
+    return 1;
+  } catch (const std::exception& error) {
+    output.standardError(std::string("error: ") + error.what());
+    return 1;
+  }
+  if (json) {
+    auto report = jsonReport(result, includeHidden);
+    if (!report) {
+      output.standardError("error: failed to encode scan report as JSON");
+      return 1;
+    }
+    output.standardOutput(*report);
+    return 0;
+  }
+  output.standardOutput(tableReport(result, includeHidden, localTime));
+  return 0;
+}
+
+int32_t run(const std::vector<std::string>& arguments) {
+  return run(
+      arguments, [] { return PortEngine().scan(true); }, Output::live(), localMediumTime);
+}
+
+std::string updateGateReport(const DefaultsStore& defaults) {
+  const bool offerCompleted = defaults.boolForKey("launchAtLoginOfferCompleted");
+  const bool onboardingComplete = defaults.boolForKey("tidewatchOnboardingComplete");
+  const bool ready = offerCompleted && onboardingComplete;
+  std::string out = "automaticChecks: " + std::string(ready ? "enabled" : "disabled") + "\n";
+  out += "tidewatchOnboardingComplete: " + std::string(onboardingComplete ? "true" : "false") + "\n";
+  out += "onboardingReady: " + std::string(ready ? "true" : "false") + "\n";
+  return out;
+}
+
+int32_t runUpdateGate(const DefaultsStore& defaults, const Output& output) {
+  output.standardOutput(updateGateReport(defaults));
+  return 0;
+}
+
+int32_t runUpdateGate() { return runUpdateGate(DefaultsStore::standard(), Output::live()); }
+
+}  // namespace TidewatchCLI
+}  // namespace tidewatch
