@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "process_core/host_app_recognition.h"
+
 namespace tidewatch::AgentProcessDetector {
 namespace {
 
@@ -16,6 +18,14 @@ std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separat
   }
   return pieces;
 }
+
+// The managed command-line bundle and the executable name it must carry.
+struct ManagedCLIBundle {
+  std::string_view bundleIdentifier;
+  std::string_view requiredBasename;
+  AgentKind kind;
+};
+constexpr ManagedCLIBundle managedCLIBundles[] = {{"com.anthropic.claude-code", "claude", AgentKind::claude}};
 
 bool isVersionNumber(std::string_view version) {
   size_t pieces = 0;
@@ -77,6 +87,49 @@ PresenceCandidate presenceCandidate(const std::optional<std::string>& name,
     return PresenceCandidate::needsArgv;
   }
   return PresenceCandidate::withoutArgv;
+}
+
+std::optional<AgentKind> detect(const ProcessSnapshot& snapshot) {
+  if (!snapshot.sameUser) return std::nullopt;
+  const auto basename = processBasename(snapshot);
+
+  if (snapshot.bundleIdentifier) {
+    for (const auto& managed : managedCLIBundles) {
+      if (*snapshot.bundleIdentifier == managed.bundleIdentifier && basename == managed.requiredBasename) {
+        return managed.kind;
+      }
+    }
+  }
+
+  if (isNativeInstalledClaudeCandidate(snapshot.name, snapshot.executablePath) && snapshot.argv &&
+      !snapshot.argv->empty() && lastPathComponent(snapshot.argv->front()) == "claude") {
+    return AgentKind::claude;
+  }
+
+  // Applications never reach the name rules; the desktop apps of both providers have identifiers.
+  if (snapshot.bundleIdentifier) return std::nullopt;
+
+  std::string candidate;
+  if (snapshot.executablePath) {
+    if (snapshot.executablePath->find(".app/Contents/") != std::string::npos) return std::nullopt;
+    if (HostAppRecognition::recognize(snapshot)) return std::nullopt;
+    if (!basename) return std::nullopt;
+    candidate = *basename;
+  } else {
+    if (HostAppRecognition::recognize(snapshot)) return std::nullopt;
+    if (!snapshot.name) return std::nullopt;
+    candidate = *snapshot.name;
+  }
+
+  if (auto kind = agentKindForBasename(candidate)) return kind;
+
+  // An interpreter running an agent script: the script must be exactly the second argument.
+  if (isScriptInterpreterBasename(candidate) && snapshot.argv && snapshot.argv->size() >= 2) {
+    const auto interpreter = lastPathComponent((*snapshot.argv)[0]);
+    const auto script = lastPathComponent((*snapshot.argv)[1]);
+    if (interpreter && isScriptInterpreterBasename(*interpreter) && script) return agentKindForBasename(*script);
+  }
+  return std::nullopt;
 }
 
 }  // namespace tidewatch::AgentProcessDetector
