@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Times one whole `tidewatch scan --json` beside `ss -tlnp` and `lsof` on the same machine state,
+# and measures the scan's peak memory.
+# Usage: bench/compare_scan.sh [path/to/tidewatch]   (builds the release preset when omitted)
+# Set WORLD=0 to measure the machine as it is instead of the generated table.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tidewatch=${1:-}
+if [[ -z $tidewatch ]]; then
+  cmake --preset release >/dev/null
+  cmake --build --preset release --target tidewatch >/dev/null
+  tidewatch=build/release/app/tidewatch
+fi
+
+if [[ ${WORLD:-1} != 0 ]]; then
+  ready=$(mktemp)
+  rm -f "$ready"
+  python3 bench/scan_world.py --ready-file "$ready" &
+  world=$!
+  trap 'kill -TERM $world 2>/dev/null; wait $world 2>/dev/null || true' EXIT
+  for _ in $(seq 200); do [[ -s $ready ]] && break; sleep 0.1; done
+  rm -f "$ready"
+fi
+
+processes=$(ls /proc | grep -c '^[0-9]')
+descriptors=$(ls /proc/[0-9]*/fd 2>/dev/null | grep -c '^[0-9]' || true)
+echo "machine: $processes processes, $descriptors open descriptors"
+
+hyperfine --warmup 3 --runs "${RUNS:-30}" -N --export-json /tmp/tidewatch-scan-bench.json \
+  "$tidewatch scan --json" "ss -tlnp" "lsof -nP -iTCP -sTCP:LISTEN" >/dev/null
+
+python3 - "$tidewatch" <<'PY'
+import json, resource, subprocess, sys
+runs = json.load(open("/tmp/tidewatch-scan-bench.json"))["results"]
+mean = {r["command"].split()[0].split("/")[-1]: r for r in runs}
+tw, ss, lsof = mean["tidewatch"], mean["ss"], mean["lsof"]
+for name, r in (("tidewatch scan --json", tw), ("ss -tlnp", ss), ("lsof -nP -iTCP -sTCP:LISTEN", lsof)):
+    print(f"{name:30s} mean {r['mean']*1000:7.2f} ms  median {r['median']*1000:7.2f} ms  (±{r['stddev']*1000:.2f})")
+print(f"tidewatch / ss -tlnp = {tw['mean']/ss['mean']:.2f}x   lsof / tidewatch = {lsof['mean']/tw['mean']:.1f}x")
+subprocess.run([sys.argv[1], "scan", "--json"], stdout=subprocess.DEVNULL, check=True)
+print(f"tidewatch peak memory (max RSS): {resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss/1024:.1f} MiB")
+PY
