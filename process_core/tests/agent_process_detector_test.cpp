@@ -48,6 +48,7 @@ std::vector<Case> cases() {
       {"native install started under another name", mine(nativePath, "2.1.14", Argv{"node"}), std::nullopt},
       {"node running the claude script", mine("/usr/local/bin/node", {}, Argv{"/usr/local/bin/node", "/opt/x/claude", "--x"}),
        AgentKind::claude},
+      {"node running the codex script alone", mine("/usr/bin/node", {}, Argv{"node", "/opt/x/codex"}), AgentKind::codex},
       {"node with a flag before the script", mine("/usr/local/bin/node", {}, Argv{"node", "--inspect", "/opt/x/claude"}),
        std::nullopt},
       {"node whose argv[0] is not node", mine("/usr/local/bin/node", {}, Argv{"bun", "/opt/x/codex"}), std::nullopt},

@@ -39,9 +39,11 @@ TEST(AgentProcessGraphTest, SubAgentsOfOneProviderFoldIntoTheTopmostSession) {
 }
 
 TEST(AgentProcessGraphTest, ASessionLoopAnswersWithTheIdentityAsked) {
-  const AgentProcessGraph graph({process(10, 11, claude), process(11, 10, claude)});
-  EXPECT_EQ(graph.topLevelSessionIdentity(id(10)), id(10));
+  // 12 hangs below the loop 10 <-> 11.
+  const AgentProcessGraph graph({process(10, 11, claude), process(11, 10, claude), process(12, 10, claude)});
+  EXPECT_EQ(graph.topLevelSessionIdentity(id(12)), id(12));
   EXPECT_EQ(graph.topLevelSessionIdentity(id(11)), id(11));
+  EXPECT_EQ(graph.topLevelAgentSessions().size(), 3u);
 }
 
 TEST(AgentProcessGraphTest, AReusedPidIsAmbiguousAndTrustedByNoWalk) {
