@@ -1,7 +1,6 @@
 #include "process_core/process_safety_classifier.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace tidewatch {
 namespace {
@@ -95,18 +94,6 @@ TEST(ProcessSafetyClassifierTest, LoginShellGoesByBasenameOnly) {
   EXPECT_FALSE(ProcessSafetyClassifier::isLoginShell(named({}, "/bin/Bash")));
   EXPECT_FALSE(ProcessSafetyClassifier::isLoginShell(named({}, "/bin/dash")));
   EXPECT_FALSE(ProcessSafetyClassifier::isLoginShell(named({}, {})));
-}
-
-TEST(ProcessSafetyClassifierTest, SafetyClassCarriesItsReason) {
-  EXPECT_TRUE(ProcessSafetyClass::actionable().isActionable());
-  EXPECT_EQ(ProcessSafetyClass::actionable().reason(), std::nullopt);
-  EXPECT_EQ(guarded(ProtectionReason::hostApp).reason(), ProtectionReason::hostApp);
-  EXPECT_NE(guarded(ProtectionReason::hostApp), guarded(ProtectionReason::loginShell));
-}
-
-TEST(ProcessSafetyClassifierTest, CurrentContextIsThisProcess) {
-  EXPECT_EQ(Context::current().selfPID, static_cast<int32_t>(::getpid()));
-  EXPECT_EQ(Context::current().currentUID, static_cast<uint32_t>(::getuid()));
 }
 
 }  // namespace

@@ -37,14 +37,5 @@ TEST(WorkerPoolCollapserTest, AnyDifferenceInSignalsKeepsProcessesApart) {
   EXPECT_EQ(group({worker(), wider}), (Groups{{0}, {1}}));
 }
 
-TEST(WorkerPoolCollapserTest, SignalsFromEndpointsInAnyOrderAreEqualAndHashAlike) {
-  Signals a = worker();
-  Signals b = worker();
-  a.bindSignature = BindSignature::make({{"::1", AddressFamily::ipv6, 1}, {"10.0.0.2", AddressFamily::ipv4, 1}});
-  b.bindSignature = BindSignature::make({{"10.0.0.2", AddressFamily::ipv4, 1}, {"127.0.0.1", AddressFamily::ipv4, 1}});
-  EXPECT_EQ(a, b);
-  EXPECT_EQ(std::hash<Signals>{}(a), std::hash<Signals>{}(b));
-}
-
 }  // namespace
 }  // namespace tidewatch
