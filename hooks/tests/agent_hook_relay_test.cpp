@@ -1,0 +1,175 @@
+#include "hooks/agent_hook_relay.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <set>
+
+#include "hooks/agent_hook_protocol.h"
+
+namespace tidewatch::AgentHookRelay {
+namespace {
+
+using AgentHookProtocol::EventKind;
+using Args = std::vector<std::string>;
+
+// A relay's surroundings: the hook's input, a small file tree, and a socket that records.
+struct FakeSystem {
+  std::string input;
+  std::set<std::string> existing;
+  int inputReads = 0;
+  std::vector<std::string> sent;
+  std::string sentTo;
+
+  Dependencies dependencies() {
+    return Dependencies{
+        .readStandardInput = [this] { ++inputReads; return input; },
+        .homeDirectory = [] { return std::string("/home/ada"); },
+        .pathExists = [this](const std::string& path) { return existing.contains(path); },
+        .paths = [](const std::string& home) { return AgentHookPaths::inRuntimeDirectory(home + "/rt"); },
+        .parentPID = [] { return 777; },
+        .send = [this](std::string_view bytes, const std::string& path, double timeout) {
+          EXPECT_EQ(timeout, 0.5);
+          sent.emplace_back(bytes);
+          sentTo = path;
+          return true;
+        },
+    };
+  }
+  std::optional<AgentHookProtocol::Envelope> relay(const Args& arguments) {
+    EXPECT_EQ(run(arguments, dependencies()), 0);
+    if (sent.empty()) return std::nullopt;
+    return AgentHookProtocol::decodeEnvelope(sent.back());
+  }
+};
+
+const Args claude{"--provider", "claude", "--protocol", "1"};
+
+TEST(AgentHookRelayTest, ParseReadsTheFourOptions) {
+  EXPECT_EQ(parse({"--protocol", "+1", "--hint", "idle_prompt", "--provider", "codex", "--test"}),
+            (Invocation{AgentKind::codex, 1, "idle_prompt", true}));
+  EXPECT_EQ(parse({"--provider", "codex", "--protocol", "1", "--provider", "claude", "--protocol", "-3"}),
+            (Invocation{AgentKind::claude, -3, std::nullopt, false}));
+  for (const Args& refused : std::vector<Args>{
+           {},
+           {"--provider", "claude"},
+           {"--protocol", "1"},
+           {"--provider", "gemini", "--protocol", "1"},
+           {"--provider", "claude", "--protocol", ""},
+           {"--provider", "claude", "--protocol", "1.0"},
+           {"--provider", "claude", "--protocol", "+"},
+           {"--provider", "claude", "--protocol", "99999999999999999999"},
+           {"--provider", "claude", "--protocol", "1", "--hint"},
+           {"--provider", "claude", "--protocol", "1", "--verbose"},
+       }) {
+    EXPECT_FALSE(parse(refused)) << ::testing::PrintToString(refused);
+  }
+}
+
+TEST(AgentHookRelayTest, SendsOneEnvelopeForAHookEvent) {
+  FakeSystem system;
+  system.input = R"({"session_id":"s-1","cwd":"/home/ada/code/tidewatch/src","hook_event_name":"Stop"})";
+  system.existing = {"/home/ada/code/tidewatch/.git"};
+  EXPECT_EQ(system.relay(claude),
+            (AgentHookProtocol::Envelope{1, AgentKind::claude, EventKind::turnEnded, "s-1", "tidewatch", 777}));
+  EXPECT_EQ(system.sentTo, "/home/ada/rt/agent-events.sock");
+}
+
+TEST(AgentHookRelayTest, DropsSilentlyWhatDoesNotMakeAnEvent) {
+  const std::string tooLongSession = std::string(257, 's');
+  struct Case {
+    Args arguments;
+    std::string input;
+    bool readsInput;
+  };
+  const Case cases[] = {
+      {{"--provider", "claude", "--protocol", "1", "--bogus"}, R"({"session_id":"s","hook_event_name":"Stop"})", false},
+      {{"--provider", "claude", "--protocol", "2"}, R"({"session_id":"s","hook_event_name":"Stop"})", false},
+      {claude, R"({"session_id":7,"hook_event_name":"Stop"})", true},
+      {claude, R"({"hook_event_name":"Stop"})", true},
+      {claude, R"({"session_id":"","hook_event_name":"Stop"})", true},
+      {claude, R"({"session_id":")" + tooLongSession + R"(","hook_event_name":"Stop"})", true},
+      {claude, R"({"session_id":"s","hook_event_name":"Notification","notification_type":"other"})", true},
+      {claude, "not json", true},
+  };
+  for (const auto& [arguments, input, readsInput] : cases) {
+    FakeSystem system;
+    system.input = input;
+    EXPECT_FALSE(system.relay(arguments)) << input;
+    EXPECT_TRUE(system.sent.empty()) << input;
+    EXPECT_EQ(system.inputReads, readsInput ? 1 : 0) << input;
+  }
+}
+
+TEST(AgentHookRelayTest, ConnectionTestNeverReadsInput) {
+  FakeSystem system;
+  Args arguments = claude;
+  arguments.push_back("--test");
+  EXPECT_EQ(system.relay(arguments), (AgentHookProtocol::Envelope{1, AgentKind::claude, EventKind::connectionTest,
+                                                                   "tidewatch-connection-test", std::nullopt, 777}));
+  EXPECT_EQ(system.inputReads, 0);
+}
+
+TEST(AgentHookRelayTest, HintOutranksTheDocumentsNotificationType) {
+  FakeSystem system;
+  system.input = R"({"session_id":"s","hook_event_name":"Notification","notification_type":"permission_prompt"})";
+  Args arguments = claude;
+  arguments.insert(arguments.end(), {"--hint", "idle_prompt"});
+  EXPECT_EQ(system.relay(arguments)->event, EventKind::idleNotification);
+}
+
+TEST(AgentHookRelayTest, AMissingProjectStillSendsTheEvent) {
+  FakeSystem system;
+  system.input = R"({"session_id":"s","hook_event_name":"SessionStart","cwd":"/gone/away"})";
+  const auto envelope = system.relay(claude);
+  ASSERT_TRUE(envelope);
+  EXPECT_EQ(envelope->projectName, std::nullopt);
+}
+
+TEST(AgentHookRelayTest, InputUpToOneMebibyteIsDecoded) {
+  const std::string head = R"({"session_id":"s","hook_event_name":"Stop","pad":")";
+  const std::string exact = head + std::string(maxInputBytes - head.size() - 2, 'x') + "\"}";
+  ASSERT_EQ(exact.size(), maxInputBytes);
+  FakeSystem fits;
+  fits.input = exact;
+  EXPECT_TRUE(fits.relay(claude));
+  FakeSystem over;
+  over.input = exact + " ";
+  EXPECT_FALSE(over.relay(claude));
+}
+
+// Nothing but the four keys may pass: a marker in every other place must not reach the wire.
+TEST(AgentHookRelayTest, CanaryNeverReachesTheEnvelope) {
+  const std::string marker = "CANARY-7f3a9c1e";
+  FakeSystem system;
+  system.input = R"({"session_id":"s-9","hook_event_name":"UserPromptSubmit","cwd":"/w/)" + marker + R"(/app",)"
+                 R"("prompt":")" + marker + R"(","transcript_path":"/t/)" + marker + R"(.jsonl",)"
+                 R"("tool_input":{"command":")" + marker + R"(","session_id":")" + marker + R"("},)"
+                 R"("tool_response":[")" + marker + R"("],")" + marker + R"(":")" + marker + R"("})";
+  system.existing = {"/w/" + marker + "/app/package.json"};  // the project itself is named "app"
+  const auto envelope = system.relay(claude);
+  ASSERT_TRUE(envelope);
+  EXPECT_EQ(envelope->projectName, "app");
+  EXPECT_EQ(system.sent.back().find("CANARY"), std::string::npos) << system.sent.back();
+}
+
+TEST(AgentHookRelayTest, ReadBoundedStopsAtTheLimitAtTheEndOrAtAnError) {
+  auto source = [](std::string data, long failAt) {
+    return [data, failAt, offset = size_t{0}](char* buffer, size_t length) mutable -> long {
+      if (failAt >= 0 && offset >= static_cast<size_t>(failAt)) return -1;
+      const size_t end = failAt >= 0 ? static_cast<size_t>(failAt) : data.size();
+      const size_t count = std::min({length, end - offset, size_t{70000}});
+      std::memcpy(buffer, data.data() + offset, count);
+      offset += count;
+      return static_cast<long>(count);
+    };
+  };
+  EXPECT_EQ(readBounded(source("short", -1)), "short");
+  EXPECT_EQ(readBounded(source(std::string(3 * maxInputBytes, 'a'), -1)).size(), maxInputBytes + 1);
+  // An error in mid-stream leaves the bytes so far.
+  EXPECT_EQ(readBounded(source(std::string(200000, 'b'), 140000)).size(), 140000u);
+}
+
+}  // namespace
+}  // namespace tidewatch::AgentHookRelay
