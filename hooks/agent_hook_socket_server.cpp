@@ -1,0 +1,177 @@
+#include "hooks/agent_hook_socket_server.h"
+
+#include <utility>
+
+namespace tidewatch {
+
+using FileType = AgentHookSocketServer::FileStatus::Type;
+
+std::string_view AgentHookSocketServer::message(StartError error) {
+  switch (error) {
+    case StartError::socketPathTooLong: return "The event endpoint path is too long for this system.";
+    case StartError::runtimeDirectoryIsSymlink:
+    case StartError::runtimeDirectoryNotOwnedByUser:
+    case StartError::runtimeDirectoryUnavailable:
+      return "Tidewatch's runtime folder in Application Support is unusable.";
+    case StartError::stalePathIsNotAnOwnedSocket:
+      return "Something else occupies Tidewatch's event-endpoint path.";
+    case StartError::socketUnavailable: return "The local event endpoint couldn't be created.";
+  }
+  return otherStartFailureMessage;
+}
+
+AgentHookSocketServer::AgentHookSocketServer(AgentHookPaths paths, Dependencies dependencies, OnEnvelope onEnvelope)
+    : paths_(std::move(paths)),
+      dependencies_(std::move(dependencies)),
+      onEnvelope_(std::move(onEnvelope)),
+      queue_(dependencies_.uptime) {}
+
+AgentHookSocketServer::~AgentHookSocketServer() {
+  queue_.end();
+  closeEverything();  // the socket file stays: only stop() removes it
+}
+
+std::optional<AgentHookSocketServer::StartFailure> AgentHookSocketServer::start() {
+  std::optional<StartError> error;
+  if (!queue_.sync([&] { error = startOnQueue(); })) return StartFailure{std::nullopt};
+  if (error) return StartFailure{error};
+  return std::nullopt;
+}
+
+void AgentHookSocketServer::stop() {
+  if (!queue_.sync([this] { stopOnQueue(); })) stopOnQueue();  // no thread ever ran: nothing races
+}
+
+void AgentHookSocketServer::sync(const std::function<void()>& work) {
+  if (!queue_.sync(work)) work();
+}
+
+bool AgentHookSocketServer::isListening() {
+  bool listening = false;
+  sync([&] { listening = listenFD_ >= 0; });
+  return listening;
+}
+
+size_t AgentHookSocketServer::connectionCount() {
+  size_t count = 0;
+  sync([&] { count = connections_.size(); });
+  return count;
+}
+
+std::optional<AgentHookSocketServer::StartError> AgentHookSocketServer::startOnQueue() {
+  if (listenFD_ >= 0) return std::nullopt;
+  if (auto error = prepareRuntimeDirectory()) return error;
+  if (auto error = removeStaleSocketIfSafe()) return error;
+  const std::string& path = paths_.socketPath;
+  if (path.size() > AgentHookPaths::maxSocketPathBytes) return StartError::socketPathTooLong;
+
+  const int fd = dependencies_.openSocket();
+  if (fd < 0) return StartError::socketUnavailable;
+  if (!dependencies_.bindSocket(fd, path) || !dependencies_.changeMode(path, socketMode) ||
+      !dependencies_.listenSocket(fd, listenBacklog) || !dependencies_.setNonBlocking(fd)) {
+    dependencies_.closeDescriptor(fd);
+    (void)dependencies_.removeFile(path);
+    return StartError::socketUnavailable;
+  }
+  listenFD_ = fd;
+  queue_.watch(fd, [this] { acceptPending(); });
+  return std::nullopt;
+}
+
+std::optional<AgentHookSocketServer::StartError> AgentHookSocketServer::prepareRuntimeDirectory() {
+  const std::string& directory = paths_.runtimeDirectory;
+  const uint32_t user = dependencies_.effectiveUserID();
+  const auto status = dependencies_.fileStatus(directory);
+  if (!status) {
+    if (!dependencies_.createDirectories(directory, directoryMode)) return StartError::runtimeDirectoryUnavailable;
+    const auto created = dependencies_.fileStatus(directory);
+    if (!created || created->type != FileType::directory || created->owner != user) {
+      return StartError::runtimeDirectoryUnavailable;
+    }
+    (void)dependencies_.changeMode(directory, directoryMode);
+    return std::nullopt;
+  }
+  if (status->type == FileType::symbolicLink) return StartError::runtimeDirectoryIsSymlink;
+  if (status->type != FileType::directory) return StartError::runtimeDirectoryUnavailable;
+  if (status->owner != user) return StartError::runtimeDirectoryNotOwnedByUser;
+  if (status->permissions == directoryMode) return std::nullopt;
+  if (!dependencies_.changeMode(directory, directoryMode)) return StartError::runtimeDirectoryUnavailable;
+  return std::nullopt;
+}
+
+std::optional<AgentHookSocketServer::StartError> AgentHookSocketServer::removeStaleSocketIfSafe() {
+  const auto status = dependencies_.fileStatus(paths_.socketPath);
+  if (!status) return std::nullopt;  // free
+  // There is no test for another running copy: the last one to start takes the path over.
+  if (status->type != FileType::socket || status->owner != dependencies_.effectiveUserID()) {
+    return StartError::stalePathIsNotAnOwnedSocket;
+  }
+  if (!dependencies_.removeFile(paths_.socketPath)) return StartError::socketUnavailable;
+  return std::nullopt;
+}
+
+void AgentHookSocketServer::acceptPending() {
+  for (;;) {
+    const int fd = dependencies_.acceptConnection(listenFD_);
+    if (fd < 0) return;
+    if (connections_.size() >= maxConnections || !dependencies_.validatePeer(fd) ||
+        !dependencies_.setNonBlocking(fd)) {
+      dependencies_.closeDescriptor(fd);  // before a byte is read, and without an answer
+      continue;
+    }
+    connections_.emplace(fd, Connection{});
+    queue_.watch(fd, [this, fd] { readPending(fd); });
+    // Goes by descriptor number alone: a late check may end a newer connection of that number.
+    queue_.after(dependencies_.uptime() + connectionTimeLimit, [this, fd] {
+      if (connections_.contains(fd)) finishConnection(fd, false);
+    });
+  }
+}
+
+void AgentHookSocketServer::readPending(int fd) {
+  const auto connection = connections_.find(fd);
+  if (connection == connections_.end()) return;
+  std::string& buffer = connection->second.buffer;
+  char chunk[readChunkBytes];
+  for (;;) {
+    const Received received = dependencies_.receive(fd, chunk, sizeof chunk);
+    switch (received.kind) {
+      case Received::Kind::bytes:
+        buffer.append(chunk, received.count);
+        if (buffer.size() > maxBufferBytes) return finishConnection(fd, false);
+        break;
+      case Received::Kind::endOfStream: return finishConnection(fd, true);
+      case Received::Kind::wouldBlock: return;
+      case Received::Kind::failed: return finishConnection(fd, false);
+    }
+  }
+}
+
+void AgentHookSocketServer::finishConnection(int fd, bool deliver) {
+  auto node = connections_.extract(fd);
+  if (node.empty()) return;
+  queue_.unwatch(fd);
+  dependencies_.closeDescriptor(fd);
+  if (!deliver) return;
+  // Oversized, truncated or invalid messages vanish without a trace.
+  if (auto envelope = AgentHookProtocol::decodeEnvelope(node.mapped().buffer)) {
+    onEnvelope_(*envelope, dependencies_.now());
+  }
+}
+
+void AgentHookSocketServer::stopOnQueue() {
+  const bool wasListening = listenFD_ >= 0;
+  if (wasListening) queue_.unwatch(listenFD_);
+  for (const auto& entry : connections_) queue_.unwatch(entry.first);
+  closeEverything();
+  if (wasListening) (void)dependencies_.removeFile(paths_.socketPath);
+}
+
+void AgentHookSocketServer::closeEverything() {
+  for (const auto& entry : connections_) dependencies_.closeDescriptor(entry.first);
+  connections_.clear();
+  if (listenFD_ >= 0) dependencies_.closeDescriptor(listenFD_);
+  listenFD_ = -1;
+}
+
+}  // namespace tidewatch

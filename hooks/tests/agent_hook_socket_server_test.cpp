@@ -1,0 +1,251 @@
+#include "hooks/agent_hook_socket_server.h"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <map>
+
+#include "hooks/agent_hook_relay.h"
+#include "hooks/tests/hook_test_support.h"
+
+namespace tidewatch {
+namespace {
+
+using Server = AgentHookSocketServer;
+using StartError = Server::StartError;
+using Type = Server::FileStatus::Type;
+using testing::ScratchDirectory;
+
+constexpr uint32_t user = 501;
+const AgentHookPaths paths = AgentHookPaths::inRuntimeDirectory("/rt");
+
+// A file system of records; the socket itself cannot be had, so a start that passes every check
+// ends in socketUnavailable.
+struct FakeFileSystem {
+  std::map<std::string, Server::FileStatus> files;
+  std::map<std::string, Server::FileStatus> createdAs;
+  bool chmodWorks = true;
+  bool bindWorks = false;
+  int socketFD = -1;
+  std::vector<std::string> calls;
+
+  Server::Dependencies dependencies() {
+    auto live = Server::Dependencies::live();
+    live.effectiveUserID = [] { return user; };
+    live.fileStatus = [this](const std::string& path) -> std::optional<Server::FileStatus> {
+      const auto found = files.find(path);
+      return found == files.end() ? std::nullopt : std::optional(found->second);
+    };
+    live.createDirectories = [this](const std::string& path, uint32_t mode) {
+      calls.push_back("mkdir " + path + " " + std::to_string(mode));
+      if (createdAs.contains(path)) files[path] = createdAs[path];
+      return createdAs.contains(path);
+    };
+    live.changeMode = [this](const std::string& path, uint32_t mode) {
+      calls.push_back("chmod " + path + " " + std::to_string(mode));
+      return chmodWorks;
+    };
+    live.removeFile = [this](const std::string& path) {
+      calls.push_back("unlink " + path);
+      files.erase(path);
+      return true;
+    };
+    live.openSocket = [this] { return socketFD; };
+    live.bindSocket = [this](int, const std::string&) { return bindWorks; };
+    live.closeDescriptor = [this](int fd) { calls.push_back("close " + std::to_string(fd)); };
+    return live;
+  }
+};
+
+TEST(AgentHookSocketServerTest, StartChecksTheRuntimeDirectoryAndTheStalePath) {
+  const Server::FileStatus ownDirectory{Type::directory, user, 0700};
+  const Server::FileStatus ownSocket{Type::socket, user, 0600};
+  struct Case {
+    const char* name;
+    std::map<std::string, Server::FileStatus> files;
+    std::map<std::string, Server::FileStatus> createdAs;
+    bool chmodWorks;
+    StartError error;
+    std::vector<std::string> calls;
+  };
+  const std::vector<Case> cases = {
+      {"symlink", {{"/rt", {Type::symbolicLink, user, 0777}}}, {}, true, StartError::runtimeDirectoryIsSymlink, {}},
+      {"foreign", {{"/rt", {Type::directory, 0, 0700}}}, {}, true, StartError::runtimeDirectoryNotOwnedByUser, {}},
+      {"file", {{"/rt", {Type::regularFile, user, 0600}}}, {}, true, StartError::runtimeDirectoryUnavailable, {}},
+      {"loose", {{"/rt", {Type::directory, user, 0755}}}, {}, true, StartError::socketUnavailable, {"chmod /rt 448"}},
+      {"stuck", {{"/rt", {Type::directory, user, 0755}}}, {}, false, StartError::runtimeDirectoryUnavailable,
+       {"chmod /rt 448"}},
+      {"missing", {}, {{"/rt", ownDirectory}}, true, StartError::socketUnavailable, {"mkdir /rt 448", "chmod /rt 448"}},
+      {"uncreatable", {}, {}, true, StartError::runtimeDirectoryUnavailable, {"mkdir /rt 448"}},
+      {"created foreign", {}, {{"/rt", {Type::directory, 0, 0700}}}, true, StartError::runtimeDirectoryUnavailable,
+       {"mkdir /rt 448"}},
+      {"stale file", {{"/rt", ownDirectory}, {paths.socketPath, {Type::regularFile, user, 0600}}}, {}, true,
+       StartError::stalePathIsNotAnOwnedSocket, {}},
+      {"foreign socket", {{"/rt", ownDirectory}, {paths.socketPath, {Type::socket, 0, 0600}}}, {}, true,
+       StartError::stalePathIsNotAnOwnedSocket, {}},
+      {"stale socket", {{"/rt", ownDirectory}, {paths.socketPath, ownSocket}}, {}, true, StartError::socketUnavailable,
+       {"unlink " + paths.socketPath}},
+  };
+  for (const auto& c : cases) {
+    FakeFileSystem system;
+    system.files = c.files;
+    system.createdAs = c.createdAs;
+    system.chmodWorks = c.chmodWorks;
+    Server server(paths, system.dependencies(), nullptr);
+    EXPECT_EQ(server.start(), Server::StartFailure{c.error}) << c.name;
+    EXPECT_EQ(system.calls, c.calls) << c.name;
+    EXPECT_FALSE(server.isListening()) << c.name;
+  }
+}
+
+TEST(AgentHookSocketServerTest, AFailedBindClosesAndRemovesThePath) {
+  FakeFileSystem system;
+  system.files = {{"/rt", {Type::directory, user, 0700}}};
+  system.socketFD = 42;
+  Server server(paths, system.dependencies(), nullptr);
+  EXPECT_EQ(server.start(), Server::StartFailure{StartError::socketUnavailable});
+  EXPECT_EQ(system.calls, (std::vector<std::string>{"close 42", "unlink " + paths.socketPath}));
+
+  const std::string longDirectory = "/" + std::string(90, 'd');
+  system.files = {{longDirectory, {Type::directory, user, 0700}}};
+  Server tooLong(AgentHookPaths::inRuntimeDirectory(longDirectory), system.dependencies(), nullptr);
+  EXPECT_EQ(tooLong.start()->message(), "The event endpoint path is too long for this system.");
+}
+
+TEST(AgentHookSocketServerTest, StartErrorsSpeakTheApplicationsWords) {
+  EXPECT_EQ(Server::message(StartError::runtimeDirectoryIsSymlink),
+            "Tidewatch's runtime folder in Application Support is unusable.");
+  EXPECT_EQ(Server::message(StartError::runtimeDirectoryNotOwnedByUser),
+            Server::message(StartError::runtimeDirectoryUnavailable));
+  EXPECT_EQ(Server::message(StartError::stalePathIsNotAnOwnedSocket),
+            "Something else occupies Tidewatch's event-endpoint path.");
+  EXPECT_EQ(Server::message(StartError::socketUnavailable), "The local event endpoint couldn't be created.");
+  EXPECT_EQ(Server::StartFailure{}.message(), "The local event endpoint couldn't start.");
+}
+
+// Real sockets in a scratch directory, with a clock the test moves by hand.
+class LiveServer : public ::testing::Test {
+ protected:
+  LiveServer() {
+    auto dependencies = Server::Dependencies::live();
+    dependencies.uptime = [this] { return std::chrono::steady_clock::time_point(std::chrono::milliseconds(clock_)); };
+    dependencies.receive = [this, live = dependencies.receive](int fd, char* buffer, size_t length) {
+      ++reads_;
+      return live(fd, buffer, length);
+    };
+    server_ = std::make_unique<Server>(paths_, dependencies, deliveries_.handler());
+  }
+
+  Server& server() { return *server_; }
+  bool accepted(size_t n) {
+    return testing::eventually([&] { return server().connectionCount() == n; });
+  }
+  static bool sendAll(int fd, std::string_view bytes) {
+    return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+  }
+
+  const AgentHookProtocol::Envelope envelope_{1, AgentKind::codex, AgentHookProtocol::EventKind::sessionStart,
+                                              "live-session", std::nullopt, 99};
+  const std::string bytes_ = *AgentHookProtocol::encode(envelope_);
+  ScratchDirectory scratch_;
+  const AgentHookPaths paths_ = AgentHookPaths::inRuntimeDirectory(scratch_.path() + "/state/rt");
+  std::atomic<int64_t> clock_{1'000'000};
+  std::atomic<int> reads_{0};
+  testing::Deliveries deliveries_;
+  std::unique_ptr<Server> server_;
+};
+
+TEST_F(LiveServer, DeliversAtEndOfStreamAndCleansUp) {
+  ASSERT_EQ(server().start(), std::nullopt);
+  ASSERT_EQ(server().start(), std::nullopt);  // a second start changes nothing
+  struct stat status{};
+  ASSERT_EQ(::lstat(paths_.runtimeDirectory.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0700u);
+  ASSERT_EQ(::lstat(paths_.socketPath.c_str(), &status), 0);
+  EXPECT_TRUE(S_ISSOCK(status.st_mode));
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+
+  const int empty = testing::connectClient(paths_.socketPath);
+  ::shutdown(empty, SHUT_WR);
+  EXPECT_TRUE(testing::closedByServer(empty));
+  ::close(empty);
+  EXPECT_TRUE(AgentHookRelay::send(bytes_, paths_.socketPath, 0.5));
+  EXPECT_EQ(deliveries_.waitFor(1), std::vector{envelope_});  // the empty one delivered nothing
+
+  server().stop();
+  server().stop();
+  EXPECT_NE(::lstat(paths_.socketPath.c_str(), &status), 0);
+  EXPECT_FALSE(AgentHookRelay::send(bytes_, paths_.socketPath, 0.5));
+  ASSERT_EQ(server().start(), std::nullopt);  // a stopped server starts again
+  EXPECT_TRUE(server().isListening());
+}
+
+TEST_F(LiveServer, HoldsSixteenConnectionsAndClosesTheSeventeenth) {
+  ASSERT_EQ(server().start(), std::nullopt);
+  std::vector<int> clients;
+  for (int i = 0; i < 17; ++i) clients.push_back(testing::connectClient(paths_.socketPath));
+  EXPECT_TRUE(testing::closedByServer(clients.back()));
+  EXPECT_EQ(server().connectionCount(), 16u);
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_TRUE(sendAll(clients[i], bytes_));
+    ::shutdown(clients[i], SHUT_WR);
+  }
+  EXPECT_EQ(deliveries_.waitFor(16).size(), 16u);
+  for (int fd : clients) ::close(fd);
+}
+
+TEST_F(LiveServer, ClosesAPeerAtFourThousandNinetySevenBytes) {
+  ASSERT_EQ(server().start(), std::nullopt);
+  const int client = testing::connectClient(paths_.socketPath);
+  // A valid envelope padded with blanks: at 4,096 bytes it would pass.
+  EXPECT_TRUE(sendAll(client, bytes_ + std::string(4097 - bytes_.size(), ' ')));
+  EXPECT_TRUE(testing::closedByServer(client));
+  ::close(client);
+  EXPECT_TRUE(AgentHookRelay::send(bytes_ + std::string(4096 - bytes_.size(), ' '), paths_.socketPath, 0.5));
+  EXPECT_EQ(deliveries_.waitFor(1).size(), 1u);
+  EXPECT_EQ(deliveries_.count(), 1u);
+}
+
+TEST_F(LiveServer, DropsASilentPeerAfterTwoSecondsWithoutDelivery) {
+  ASSERT_EQ(server().start(), std::nullopt);
+  const int client = testing::connectClient(paths_.socketPath);
+  ASSERT_TRUE(sendAll(client, bytes_));  // whole, but the stream never ends
+  ASSERT_TRUE(accepted(1));
+  clock_ += 1999;
+  server().sync([] {});
+  EXPECT_TRUE(testing::stillOpen(client));
+  clock_ += 1;
+  server().sync([] {});
+  EXPECT_EQ(server().connectionCount(), 0u);
+  EXPECT_TRUE(testing::closedByServer(client));
+  ::close(client);
+  EXPECT_EQ(deliveries_.count(), 0u);
+}
+
+TEST_F(LiveServer, ClosesAPeerOfAnotherUserBeforeReading) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to connect as another user";
+  ASSERT_EQ(server().start(), std::nullopt);
+  // Let the other user reach the socket at all; the server must refuse it by its credentials.
+  for (const std::string& path : {scratch_.path(), scratch_.path() + "/state", paths_.runtimeDirectory}) {
+    ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
+  }
+  ASSERT_EQ(::chmod(paths_.socketPath.c_str(), 0666), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(2);
+    const int fd = testing::connectClient(paths_.socketPath);
+    if (fd < 0) ::_exit(3);
+    (void)!::send(fd, bytes_.data(), bytes_.size(), MSG_NOSIGNAL);
+    ::shutdown(fd, SHUT_WR);
+    ::_exit(testing::closedByServer(fd) ? 0 : 4);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(server().connectionCount(), 0u);
+  EXPECT_EQ(reads_.load(), 0);
+  EXPECT_EQ(deliveries_.count(), 0u);
+}
+
+}  // namespace
+}  // namespace tidewatch
