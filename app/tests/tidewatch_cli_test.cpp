@@ -1,0 +1,260 @@
+#include "app/tidewatch_cli.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+
+namespace tidewatch {
+namespace {
+
+using namespace std::string_literals;
+
+TEST(EntryRouting, FirstMatchWins) {
+  struct Case {
+    std::vector<std::string> arguments;
+    EntryRoute route;
+  };
+  const Case cases[] = {
+      {{}, EntryRoute::application},
+      {{"--json", "--all"}, EntryRoute::application},
+      {{"--json", "agent-event"}, EntryRoute::application},
+      {{"agent-event", "scan"}, EntryRoute::relay},
+      {{"agent-event"}, EntryRoute::relay},
+      {{"--all", "scan", "--json"}, EntryRoute::scan},
+      {{"--scan"}, EntryRoute::scan},
+      {{"update-gate", "scan"}, EntryRoute::scan},
+      {{"scan", "update-gate"}, EntryRoute::scan},
+      {{"Scan"}, EntryRoute::application},
+      {{"whatever", "update-gate"}, EntryRoute::updateGate},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(routeFor(c.arguments), c.route) << ::testing::PrintToString(c.arguments);
+  }
+}
+
+TEST(TablePadding, CutsAndPadsByUserPerceivedCharacters) {
+  using TidewatchCLI::padded;
+  EXPECT_EQ(padded("PORT", 7), "PORT   ");
+  EXPECT_EQ(padded(std::string(21, 'a'), 22), std::string(21, 'a') + " ");
+  EXPECT_EQ(padded(std::string(22, 'a'), 22), std::string(21, 'a') + " ");
+  EXPECT_EQ(padded("123456789", 8), "1234567 ");
+  // e + combining acute is one character; a flag is one character of two code points.
+  EXPECT_EQ(padded("cafe\xCC\x81", 6), "cafe\xCC\x81  ");
+  EXPECT_EQ(padded("\xF0\x9F\x87\xA9\xF0\x9F\x87\xAA" "ab", 3), "\xF0\x9F\x87\xA9\xF0\x9F\x87\xAA" "a ");
+}
+
+PortListener row(int32_t pid, int port, std::string path, VisibilityClass visibility = VisibilityClass::defaultVisible) {
+  PortListener listener;
+  listener.port = port;
+  listener.process.identity = {pid, 1763830000, 0};
+  listener.process.executablePath = std::move(path);
+  listener.process.sameUser = true;
+  listener.endpoints = {{"127.0.0.1", AddressFamily::ipv4, port}};
+  listener.bindScope = makeBindScope(listener.endpoints);
+  listener.bindSignature = BindSignature::make(listener.endpoints);
+  listener.identity = {listener.process.identity, PortProtocol::tcp, port, listener.bindSignature, false, {}};
+  listener.visibility = visibility;
+  return listener;
+}
+
+ScanResult sampleResult() {
+  ScanResult result;
+  result.scannedAt = Date(std::chrono::seconds(1795375680));  // 2026-11-22T19:28:00Z
+  result.processCount = 412;
+  auto web = row(4100, 5173, "/usr/local/bin/node");
+  web.classification = {Runtime::node, Framework::vite, std::nullopt, Confidence::high, "Node \xC2\xB7 Vite"};
+  auto pool = row(2200, 8000, "/home/dev/.venv/bin/a-rather-long-server-name");
+  pool.workerPoolSize = 4;
+  pool.endpoints = {{"0.0.0.0", AddressFamily::ipv4, 8000}};
+  pool.bindScope = BindScope::allInterfaces;
+  auto dns = row(612, 53, "/usr/lib/systemd/systemd-resolved", VisibilityClass::hiddenSystemBackground);
+  result.listeners = {pool, dns, web};
+  return result;
+}
+
+std::string fixedTime(Date) { return "7:28:00 PM"; }
+
+TEST(TableReport, HeadingRowsAndColumns) {
+  const std::string rule = [] {
+    std::string r;
+    for (int i = 0; i < 78; ++i) r += "\xE2\x94\x80";
+    return r;
+  }();
+  const std::string expected =
+      "Tidewatch \xE2\x80\x94 2 listeners (1 system/background hidden) \xC2\xB7 412 processes \xC2\xB7 scanned 7:28:00 PM\n"
+      "\n"
+      "PORT   PROTO PROCESS               PID     CLASSIFICATION        BIND\n" +
+      rule + "\n" +
+      "5173   TCP   node                  4100    Node \xC2\xB7 Vite           localhost\n"
+      "8000   TCP   a-rather-long-server- 2200    Unknown               all-interfaces\n";
+  EXPECT_EQ(TidewatchCLI::tableReport(sampleResult(), false, fixedTime), expected);
+
+  const std::string all = TidewatchCLI::tableReport(sampleResult(), true, fixedTime);
+  EXPECT_NE(all.find("8000   TCP   a-rather-long-server- 2200    Unknown               all-interfaces\n"
+                     "53     TCP   systemd-resolved      612     Unknown               localhost \xC2\xB7sys\n"),
+            std::string::npos)
+      << all;
+  EXPECT_NE(all.find("2 listeners"), std::string::npos) << "the heading counts visible rows only";
+}
+
+TEST(TableReport, PoolSuffixAgentLineAndEmptyTables) {
+  ScanResult result = sampleResult();
+  result.listeners[0].process.executablePath = "/opt/gunicorn";
+  result.agentPresence.entries.push_back(
+      {{{900, 1, 0}, AgentKind::claude}, AgentKind::claude, std::nullopt, std::nullopt, result.scannedAt});
+  const std::string table = TidewatchCLI::tableReport(result, false, fixedTime);
+  EXPECT_NE(table.find("\nAgents present: 0 Codex \xC2\xB7 1 Claude\n\n"), std::string::npos) << table;
+  EXPECT_NE(table.find("gunicorn \xC3\x97" "4"), std::string::npos) << table;
+
+  ScanResult onlyHidden = sampleResult();
+  onlyHidden.listeners = {onlyHidden.listeners[1]};
+  EXPECT_EQ(TidewatchCLI::tableReport(onlyHidden, false, fixedTime),
+            "Tidewatch \xE2\x80\x94 0 listeners (1 system/background hidden) \xC2\xB7 412 processes \xC2\xB7 "
+            "scanned 7:28:00 PM\n\nNo local listeners.\n");
+  onlyHidden.listeners.front().visibility = VisibilityClass::defaultVisible;
+  EXPECT_NE(TidewatchCLI::tableReport(onlyHidden, false, fixedTime).find("1 listener (0 system"), std::string::npos);
+}
+
+TEST(JSONReport, ByteForByteForm) {
+  ScanResult result;
+  result.scannedAt = Date(std::chrono::seconds(1795375680));
+  result.processCount = 3;
+  auto listener = row(77, 8080, "/srv/app");
+  listener.process.name = "app";
+  result.listeners = {listener};
+  const std::string expected = R"({
+  "claudeAgentCount" : 0,
+  "codexAgentCount" : 0,
+  "hiddenCount" : 0,
+  "listeners" : [
+    {
+      "bindScope" : "loopbackOnly",
+      "bindSignature" : {
+        "tokens" : [
+          {
+            "loopback" : {}
+          }
+        ]
+      },
+      "classification" : {
+        "confidence" : "unknown",
+        "label" : "Unknown"
+      },
+      "endpoints" : [
+        {
+          "address" : "127.0.0.1",
+          "family" : "IPv4",
+          "port" : 8080
+        }
+      ],
+      "identity" : {
+        "bindSignature" : {
+          "tokens" : [
+            {
+              "loopback" : {}
+            }
+          ]
+        },
+        "isPool" : false,
+        "port" : 8080,
+        "process" : {
+          "pid" : 77,
+          "startTimeMicroseconds" : 0,
+          "startTimeSeconds" : 1763830000
+        },
+        "proto" : "TCP"
+      },
+      "isInTidewatchSubtree" : false,
+      "port" : 8080,
+      "process" : {
+        "cpuReadable" : false,
+        "executablePath" : "\/srv\/app",
+        "identity" : {
+          "pid" : 77,
+          "startTimeMicroseconds" : 0,
+          "startTimeSeconds" : 1763830000
+        },
+        "name" : "app",
+        "sameUser" : true
+      },
+      "proto" : "TCP",
+      "state" : "LISTEN",
+      "visibility" : "defaultVisible",
+      "workerPoolSize" : 1
+    }
+  ],
+  "processCount" : 3,
+  "scannedAt" : "2026-11-22T19:28:00Z",
+  "visibleCount" : 1
+}
+)";
+  EXPECT_EQ(TidewatchCLI::jsonReport(result, false), expected);
+}
+
+TEST(JSONReport, AllAppendsHiddenRowsButKeepsTheCounts) {
+  const auto json = nlohmann::json::parse(*TidewatchCLI::jsonReport(sampleResult(), true));
+  EXPECT_EQ(json["visibleCount"], 2);
+  EXPECT_EQ(json["hiddenCount"], 1);
+  ASSERT_EQ(json["listeners"].size(), 3u);
+  EXPECT_EQ(json["listeners"][0]["port"], 5173);
+  EXPECT_EQ(json["listeners"][2]["port"], 53);
+  EXPECT_EQ(json.size(), 7u);
+}
+
+struct Captured {
+  std::string out, err;
+  TidewatchCLI::Output output() {
+    return {[this](const std::string& s) { out += s; }, [this](const std::string& s) { err += s + "\n"; }};
+  }
+};
+
+TEST(ScanCommand, ExitCodesAndErrorWords) {
+  Captured ok;
+  EXPECT_EQ(TidewatchCLI::run({"--json", "scan"}, sampleResult, ok.output(), fixedTime), 0);
+  EXPECT_TRUE(ok.out.starts_with("{\n  \"claudeAgentCount\" : 0,"));
+  EXPECT_TRUE(ok.err.empty());
+
+  Captured empty;
+  EXPECT_EQ(TidewatchCLI::run({"scan"}, [] () -> ScanResult { throw ScanError(ScanError::Code::enumerationUnavailable); },
+                              empty.output(), fixedTime),
+            1);
+  EXPECT_EQ(empty.err,
+            "error: process enumeration unavailable \xE2\x80\x94 proc_listpids returned 0. This build must run "
+            "unsandboxed (ADR-0015).\n");
+  EXPECT_TRUE(empty.out.empty());
+
+  Captured other;
+  EXPECT_EQ(TidewatchCLI::run({"scan"}, [] () -> ScanResult { throw std::runtime_error("disk on fire"); },
+                              other.output(), fixedTime),
+            1);
+  EXPECT_EQ(other.err, "error: disk on fire\n");
+
+  Captured badText;
+  ScanResult broken = sampleResult();
+  broken.listeners[2].classification.label = "\xFF\xFE";
+  EXPECT_EQ(TidewatchCLI::run({"scan", "--json"}, [&] { return broken; }, badText.output(), fixedTime), 1);
+  EXPECT_EQ(badText.err, "error: failed to encode scan report as JSON\n");
+  EXPECT_TRUE(badText.out.empty());
+}
+
+TEST(UpdateGate, ReadsTwoFlagsFromTheDefaultsStore) {
+  char directory[] = "/tmp/tidewatch-gate-XXXXXX";
+  ASSERT_NE(mkdtemp(directory), nullptr);
+  DefaultsStore store(std::string(directory) + "/tidewatch/defaults.json");
+  EXPECT_EQ(TidewatchCLI::updateGateReport(store),
+            "automaticChecks: disabled\ntidewatchOnboardingComplete: false\nonboardingReady: false\n");
+  ASSERT_TRUE(store.set("tidewatchOnboardingComplete", true));
+  EXPECT_EQ(TidewatchCLI::updateGateReport(store),
+            "automaticChecks: disabled\ntidewatchOnboardingComplete: true\nonboardingReady: false\n");
+  ASSERT_TRUE(store.set("launchAtLoginOfferCompleted", true));
+  EXPECT_EQ(TidewatchCLI::updateGateReport(store),
+            "automaticChecks: enabled\ntidewatchOnboardingComplete: true\nonboardingReady: true\n");
+  std::ofstream(store.path()) << "not json";
+  EXPECT_EQ(TidewatchCLI::updateGateReport(store),
+            "automaticChecks: disabled\ntidewatchOnboardingComplete: false\nonboardingReady: false\n");
+  (void)std::system(("rm -rf "s + directory).c_str());
+}
+
+}  // namespace
+}  // namespace tidewatch

@@ -1,0 +1,267 @@
+#include "tidewatch_kit/port_engine.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "tidewatch_kit/tests/fake_process_world.h"
+
+namespace tidewatch {
+namespace {
+
+using testing::FakeProcessWorld;
+
+const PortListener& rowOnPort(const ScanResult& result, int port) {
+  auto it = std::find_if(result.listeners.begin(), result.listeners.end(),
+                         [port](const PortListener& l) { return l.port == port; });
+  if (it == result.listeners.end()) throw std::runtime_error("no row on port " + std::to_string(port));
+  return *it;
+}
+
+TEST(PortEngineEnumeration, NoPidsFailsTheScan) {
+  PortEngineDependencies d = FakeProcessWorld().dependencies();
+  d.allPIDs = [] { return std::vector<int32_t>{}; };
+  try {
+    PortEngine(d).scan(true);
+    FAIL() << "expected ScanError";
+  } catch (const ScanError& error) {
+    EXPECT_EQ(error.code(), ScanError::Code::enumerationUnavailable);
+  }
+}
+
+TEST(PortEngineEnumeration, ProcessesWithoutSocketsGiveAnEmptyResultAndCostNoSnapshot) {
+  FakeProcessWorld world;
+  world.add(10, 1, "/usr/bin/sleep");
+  world.add(11, 1, "/usr/bin/cat", 100, 0);
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  EXPECT_TRUE(result.listeners.empty());
+  EXPECT_EQ(result.processCount, 2);
+  EXPECT_EQ(result.scannedAt, world.now);
+  EXPECT_TRUE(world.enrichedReads.empty());
+}
+
+TEST(PortEngineRows, ProcessOnTwoPortsGivesTwoRowsAndOneEnrichment) {
+  FakeProcessWorld world;
+  world.add(20, 1, "/opt/app/server");
+  world.listen(20, 3000);
+  world.listen(20, 3001, "0.0.0.0");
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  ASSERT_EQ(result.listeners.size(), 2u);
+  EXPECT_EQ(rowOnPort(result, 3000).bindScope, BindScope::loopbackOnly);
+  EXPECT_EQ(rowOnPort(result, 3001).bindScope, BindScope::allInterfaces);
+  EXPECT_EQ(world.cwdReads[20], 1);
+  EXPECT_EQ(world.enrichedReads[20], 1);
+}
+
+TEST(PortEngineRows, LoopbackPairAndRepeatedSocketFoldIntoOneRow) {
+  FakeProcessWorld world;
+  world.add(20, 1, "/opt/app/server");
+  world.listen(20, 8080, "127.0.0.1");
+  world.listen(20, 8080, "::1");
+  world.listen(20, 8080, "127.0.0.1");
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  ASSERT_EQ(result.listeners.size(), 1u);
+  const auto& row = result.listeners.front();
+  ASSERT_EQ(row.endpoints.size(), 2u);
+  EXPECT_EQ(row.endpoints[0].address, "127.0.0.1");
+  EXPECT_EQ(row.endpoints[1].address, "::1");
+  ASSERT_EQ(row.bindSignature.tokens.size(), 1u);
+  EXPECT_TRUE(std::holds_alternative<BindSignature::Loopback>(row.bindSignature.tokens[0]));
+  EXPECT_EQ(row.workerPoolSize, 1);
+  EXPECT_EQ(row.identity.stableID(), "proc:20:100.0:TCP:8080:0");
+  EXPECT_EQ(row.process.residentMemoryBytes, 4096u);
+}
+
+TEST(PortEngineRows, OtherUsersListenersAreNotRows) {
+  FakeProcessWorld world;
+  world.add(30, 1, "/usr/sbin/sshd", 100, 0);
+  world.listen(30, 22, "0.0.0.0");
+  EXPECT_TRUE(PortEngine(world.dependencies()).scan(true).listeners.empty());
+}
+
+TEST(PortEngineRows, StrongSystemFlagsAreAskedOnceInRowOrderAndHideRows) {
+  FakeProcessWorld world;
+  world.add(40, 1, "/usr/lib/systemd/resolved-ish");
+  world.add(41, 1, "/opt/app/server");
+  world.listen(40, 53);
+  world.listen(41, 4000);
+  world.strongSystemPaths = {"/usr/lib/systemd/resolved-ish"};
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  EXPECT_EQ(world.flagCalls, 1);
+  EXPECT_EQ(world.flaggedPaths.size(), 2u);
+  EXPECT_EQ(rowOnPort(result, 53).visibility, VisibilityClass::hiddenSystemBackground);
+  EXPECT_EQ(rowOnPort(result, 4000).visibility, VisibilityClass::defaultVisible);
+  EXPECT_EQ(result.hiddenCount(), 1);
+  EXPECT_EQ(result.visible().size(), 1u);
+}
+
+TEST(PortEngineRows, RowsAreClassified) {
+  FakeProcessWorld world;
+  auto& node = world.add(50, 1, "/usr/local/bin/node");
+  node.argv = std::vector<std::string>{"node", "/work/site/node_modules/.bin/vite"};
+  world.listen(50, 5173);
+  const auto row = PortEngine(world.dependencies()).scan(true).listeners.front();
+  EXPECT_EQ(row.classification.runtime, Runtime::node);
+  EXPECT_EQ(row.classification.framework, Framework::vite);
+}
+
+TEST(PortEngineRowsDeathTest, FlagsOfTheWrongLengthStopTheProgram) {
+  FakeProcessWorld world;
+  world.add(20, 1, "/opt/app/server");
+  world.listen(20, 3000);
+  auto d = world.dependencies();
+  d.strongSystemBackgroundFlags = [](const auto&) { return std::vector<bool>{}; };
+  EXPECT_DEATH(PortEngine(d).scan(true), "");
+}
+
+TEST(PortEnginePools, WorkersOfOneParentFoldIntoOnePoolRow) {
+  FakeProcessWorld world;
+  world.add(60, 1, "/opt/web/master");
+  for (int32_t pid : {63, 61, 62}) {
+    world.add(pid, 60, "/opt/web/worker");
+    world.listen(pid, 8000, "0.0.0.0");
+  }
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  ASSERT_EQ(result.listeners.size(), 1u);
+  const auto& row = result.listeners.front();
+  EXPECT_EQ(row.workerPoolSize, 3);
+  EXPECT_EQ(row.process.identity.pid, 61);
+  EXPECT_EQ(row.identity.process.pid, 60);
+  EXPECT_TRUE(row.identity.isPool);
+  EXPECT_EQ(row.identity.stableID(), "pool:60:100.0:TCP:8000:1:/opt/web/worker");
+  EXPECT_EQ(row.parentIdentity, (ProcessIdentity{60, 100, 0}));
+  EXPECT_EQ(world.identityReads[60], 1) << "the parent's identity is memoised per parent pid";
+}
+
+TEST(PortEnginePools, ChildrenOfInitAndDifferentExecutablesStaySingle) {
+  FakeProcessWorld world;
+  world.add(70, 1, "/opt/web/worker");
+  world.add(71, 1, "/opt/web/worker");
+  world.add(72, 80, "/opt/web/a");
+  world.add(73, 80, "/opt/web/b");
+  world.add(80, 1, "/opt/web/master");
+  for (int32_t pid : {70, 71, 72, 73}) world.listen(pid, 9000);
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  EXPECT_EQ(result.listeners.size(), 4u);
+  for (const auto& row : result.listeners) {
+    EXPECT_EQ(row.workerPoolSize, 1);
+    EXPECT_FALSE(row.parentIdentity.has_value());
+    EXPECT_TRUE(row.id().starts_with("proc:"));
+  }
+}
+
+// A dev server started by an agent inside a terminal, in a project folder.
+class PortEngineAgentWorld : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    world.add(100, 1, "/usr/libexec/gnome-terminal-server");
+    world.add(101, 100, "/usr/bin/bash");
+    world.add(102, 101, "/home/dev/.local/bin/claude");
+    world.add(103, 102, "/usr/bin/bash");
+    auto& server = world.add(104, 103, "/usr/local/bin/node");
+    server.argv = std::vector<std::string>{"node", "server.js"};
+    world.listen(104, 3000);
+    world.setCWD(104, "/home/dev/site");
+    world.setCWD(102, "/home/dev/site");
+    world.existingPaths = {"/home/dev/site/package.json"};
+  }
+
+  FakeProcessWorld world;
+};
+
+TEST_F(PortEngineAgentWorld, RowCarriesAgentHostProjectAndFocusTarget) {
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  ASSERT_EQ(result.listeners.size(), 1u);
+  const auto& row = result.listeners.front();
+  EXPECT_EQ(row.agentOrigin, AgentKind::claude);
+  ASSERT_TRUE(row.agentProcess.has_value());
+  EXPECT_EQ(row.agentProcess->process.pid, 102);
+  ASSERT_TRUE(row.host.has_value());
+  EXPECT_EQ(row.host->kind, HostAppKind::terminal);
+  EXPECT_EQ(row.focusTarget, (FocusTarget{100, "gnome-terminal-server"}));
+  EXPECT_EQ(row.project, (ListenerProject{"site", "/home/dev/site"}));
+  EXPECT_FALSE(row.isInTidewatchSubtree);
+
+  ASSERT_EQ(result.agentPresence.entries.size(), 1u);
+  EXPECT_EQ(result.agentPresence.claudeCount(), 1);
+  EXPECT_EQ(result.agentPresence.entries[0].projectName, "site");
+  EXPECT_EQ(result.agentPresence.entries[0].detectedAt, world.now);
+}
+
+TEST_F(PortEngineAgentWorld, EachPidIsReadAtMostOncePerScan) {
+  // A second listener below the same chain walks the same ancestors again.
+  world.add(105, 103, "/usr/local/bin/python3");
+  world.listen(105, 8000);
+  world.add(106, 1, "/opt/lonely");
+  world.listen(106, 9000);
+  PortEngine(world.dependencies()).scan(true);
+  for (const auto& [pid, reads] : world.detectionReads) EXPECT_LE(reads, 1) << "pid " << pid;
+  EXPECT_EQ(world.detectionReads.count(1), 0u) << "walks never enter pid 1";
+}
+
+TEST_F(PortEngineAgentWorld, SubAgentsAreAttributedToTheirSession) {
+  world.add(110, 102, "/home/dev/.local/bin/claude");
+  world.add(111, 110, "/usr/local/bin/node");
+  world.listen(111, 4000);
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  const auto& row = rowOnPort(result, 4000);
+  ASSERT_TRUE(row.agentProcess.has_value());
+  EXPECT_EQ(row.agentProcess->process.pid, 102);
+  EXPECT_EQ(result.agentPresence.totalCount(), 1);
+}
+
+TEST_F(PortEngineAgentWorld, AgentWhoseIdentityCannotBeConfirmedLosesOnlyTheAttribution) {
+  world.listen(102, 7000);
+  world.identityUnreadable = {102};
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  const auto& row = rowOnPort(result, 7000);
+  EXPECT_FALSE(row.agentOrigin.has_value());
+  EXPECT_FALSE(row.agentProcess.has_value());
+  ASSERT_TRUE(row.host.has_value());
+  EXPECT_EQ(row.host->kind, HostAppKind::terminal);
+  EXPECT_EQ(row.project->name, "site");
+}
+
+TEST_F(PortEngineAgentWorld, ListenersInOurOwnSubtreeAreMarked) {
+  world.selfPID = 101;
+  const auto result = PortEngine(world.dependencies()).scan(true);
+  EXPECT_TRUE(result.listeners.front().isInTidewatchSubtree);
+}
+
+TEST(PortEngineLiveChecks, PoolMembersAreFoundAfreshAndShellsAreLeftOut) {
+  FakeProcessWorld world;
+  world.uid = static_cast<uint32_t>(getuid());  // members must be actionable for the real user
+  world.add(60, 1, "/opt/web/master");
+  for (int32_t pid : {61, 62}) {
+    world.add(pid, 60, "/opt/web/worker");
+    world.listen(pid, 8000, "0.0.0.0");
+  }
+  world.add(64, 60, "/opt/web/worker");  // same binary, another port
+  world.listen(64, 8001, "0.0.0.0");
+  world.add(65, 60, "/bin/bash");  // a shell holding the socket
+  world.listen(65, 8000, "0.0.0.0");
+  const PortEngine engine(world.dependencies());
+  const WorkerPoolCollapser::Signals signals{8000, BindSignature::make({{"0.0.0.0", AddressFamily::ipv4, 8000}}),
+                                             "/opt/web/worker", ProcessIdentity{60, 100, 0}, world.uid};
+  EXPECT_EQ(engine.poolMemberIdentities(signals), (std::vector<ProcessIdentity>{{61, 100, 0}, {62, 100, 0}}));
+
+  world.restart(60, 555);  // the parent was replaced: nothing matches any more
+  EXPECT_TRUE(PortEngine(world.dependencies()).poolMemberIdentities(signals).empty());
+}
+
+TEST(PortEngineLiveChecks, ResolveLiveProcessCarriesTheSystemFlag) {
+  FakeProcessWorld world;
+  world.add(40, 1, "/usr/sbin/daemon");
+  world.strongSystemPaths = {"/usr/sbin/daemon"};
+  const PortEngine engine(world.dependencies());
+  auto live = engine.resolveLiveProcess(40);
+  ASSERT_TRUE(live.has_value());
+  EXPECT_TRUE(live->appleSystemBinary);
+  EXPECT_FALSE(live->snapshot.argv.has_value());
+  EXPECT_FALSE(engine.resolveLiveProcess(41).has_value());
+}
+
+}  // namespace
+}  // namespace tidewatch
