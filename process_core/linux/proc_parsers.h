@@ -1,0 +1,58 @@
+// Pure parsers of the text the kernel writes under /proc. Readers fetch the bytes; everything
+// here works on what they fetched, so captured files replay through the same code.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "process_core/process_records.h"
+
+namespace tidewatch::ProcParsers {
+
+// The fields of /proc/PID/stat that a snapshot needs.
+struct StatFields {
+  std::string_view comm;  // between the first "(" and the last ")"; may be empty
+  int32_t parentPID = 0;  // field 4
+  uint64_t userTicks = 0;    // field 14
+  uint64_t systemTicks = 0;  // field 15
+  uint64_t startTicks = 0;   // field 22, clock ticks since boot
+};
+
+// Parses from the last ")", since the command name may hold spaces and parentheses. Absent for
+// text cut short before field 22 or with a field that is not a number.
+std::optional<StatFields> parseStat(std::string_view text);
+
+// The effective uid: the second number of the "Uid:" line of /proc/PID/status.
+std::optional<uint32_t> parseEffectiveUID(std::string_view statusText);
+
+// Resident pages: the second number of /proc/PID/statm.
+std::optional<uint64_t> parseResidentPages(std::string_view statmText);
+
+// Seconds since the epoch at boot: the "btime" line of /proc/stat.
+std::optional<uint64_t> parseBootTime(std::string_view procStatText);
+
+// Start time as boot time plus ticks since boot, split into seconds and microseconds.
+ProcessIdentity identityFromStartTicks(int32_t pid, uint64_t bootTimeSeconds, uint64_t startTicks,
+                                       uint64_t ticksPerSecond);
+
+// Clock ticks as nanoseconds, saturating rather than wrapping.
+uint64_t ticksToNanoseconds(uint64_t ticks, uint64_t ticksPerSecond);
+
+// /proc/PID/cmdline split on NUL, each piece as repaired UTF-8. The NUL that closes the last
+// argument ends it; a command line rewritten without one still gives its text. Absent when empty.
+std::optional<std::vector<std::string>> parseCmdline(std::string_view bytes);
+
+// The inode of a descriptor link of the form "socket:[N]"; absent for any other link.
+std::optional<uint64_t> parseSocketInode(std::string_view link);
+
+// A /proc entry name that is a pid: decimal digits only, above 0.
+std::optional<int32_t> parsePID(std::string_view name);
+
+// The link of /proc/PID/exe without the " (deleted)" the kernel appends once the file was
+// replaced or removed, so that the process keeps the name it was started under.
+std::string_view withoutDeletedMarker(std::string_view exeLink);
+
+}  // namespace tidewatch::ProcParsers
