@@ -1,0 +1,389 @@
+// Process reading on Linux, from /proc and NETLINK_SOCK_DIAG.
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <mutex>
+
+#include "process_core/agent_process_detector.h"
+#include "process_core/linux/proc_files.h"
+#include "process_core/linux/proc_parsers.h"
+#include "process_core/linux/sock_diag.h"
+#include "process_core/linux/socket_parsers.h"
+#include "process_core/process_reader.h"
+#include "process_core/utf8_repair.h"
+
+namespace tidewatch {
+namespace {
+
+using ProcFiles::FileDescriptor;
+using SocketParsers::SocketTable;
+
+// Room for /proc/PID/stat: 52 numbers and a command name of at most 64 bytes.
+constexpr size_t statBufferSize = 1024;
+// The "Uid:" line comes within the first few hundred bytes of /proc/PID/status.
+constexpr size_t statusBufferSize = 2048;
+constexpr size_t statmBufferSize = 256;
+// Longer than any path the kernel will write for a link (it fails beyond a page).
+constexpr size_t linkBufferSize = 4096 + 1;
+// Argument vectors beyond this are cut at the last whole argument.
+constexpr size_t cmdlineMaxBytes = 1024 * 1024;
+constexpr size_t directoryBufferSize = 16 * 1024;
+
+uint64_t ticksPerSecond() {
+  static const uint64_t value = [] {
+    const long ticks = ::sysconf(_SC_CLK_TCK);
+    return ticks > 0 ? static_cast<uint64_t>(ticks) : uint64_t{100};
+  }();
+  return value;
+}
+
+uint64_t pageSize() {
+  static const uint64_t value = [] {
+    const long size = ::sysconf(_SC_PAGESIZE);
+    return size > 0 ? static_cast<uint64_t>(size) : uint64_t{4096};
+  }();
+  return value;
+}
+
+// Some kernels report btime one second apart between reads, which would change every identity;
+// it is read once and kept for the whole run.
+uint64_t bootTime() {
+  static std::once_flag once;
+  static uint64_t value = 0;
+  std::call_once(once, [] {
+    // /proc/stat carries a line per CPU and per interrupt before btime, so it is read whole.
+    constexpr size_t procStatMaxBytes = 4 * 1024 * 1024;
+    if (auto text = ProcFiles::readWholeFile(AT_FDCWD, "/proc/stat", procStatMaxBytes)) {
+      value = ProcParsers::parseBootTime(*text).value_or(0);
+    }
+  });
+  return value;
+}
+
+// The socket table of the latest enumeration, shared by every reader until the next one.
+struct SocketTableState {
+  std::mutex mutex;
+  std::shared_ptr<const SocketTable> table;
+};
+
+SocketTableState& socketTableState() {
+  static SocketTableState state;
+  return state;
+}
+
+std::shared_ptr<const SocketTable> takeSocketTable() {
+  return std::make_shared<const SocketTable>(SocketParsers::makeSocketTable(SockDiag::listeners()));
+}
+
+void refreshSocketTable() {
+  auto fresh = takeSocketTable();
+  SocketTableState& state = socketTableState();
+  std::lock_guard lock(state.mutex);
+  state.table = std::move(fresh);
+}
+
+std::shared_ptr<const SocketTable> currentSocketTable() {
+  SocketTableState& state = socketTableState();
+  {
+    std::lock_guard lock(state.mutex);
+    if (state.table) return state.table;
+  }
+  // Asked before any enumeration: take a table now.
+  auto fresh = takeSocketTable();
+  std::lock_guard lock(state.mutex);
+  if (!state.table) state.table = std::move(fresh);
+  return state.table;
+}
+
+// Calls visit(name) for each entry of an open /proc directory, read with getdents64 into a
+// buffer on the stack, so that walking a process's descriptors allocates nothing.
+template <typename Visit>
+void forEachDirectoryEntry(int directory, Visit&& visit) {
+  // The largest record an entry can take: header, a name of NAME_MAX bytes and its NUL, aligned.
+  constexpr size_t largestRecord = (offsetof(dirent64, d_name) + NAME_MAX + 1 + 7) / 8 * 8;
+  alignas(8) char buffer[directoryBufferSize];
+  while (true) {
+    const ssize_t count = ::getdents64(directory, buffer, sizeof buffer);
+    if (count <= 0) return;
+    // procfs fills the buffer until it runs out of room or of entries; with room for one more
+    // record left, it ran out of entries, and the call that would answer 0 can be spared.
+    const bool exhausted = sizeof buffer - static_cast<size_t>(count) >= largestRecord;
+    size_t offset = 0;
+    while (offset < static_cast<size_t>(count)) {
+      unsigned short recordLength = 0;
+      std::memcpy(&recordLength, buffer + offset + offsetof(dirent64, d_reclen), sizeof recordLength);
+      if (recordLength == 0) return;
+      visit(std::string_view(buffer + offset + offsetof(dirent64, d_name)));
+      offset += recordLength;
+    }
+    if (exhausted) return;
+  }
+}
+
+// The facts of /proc/PID/stat of one incarnation.
+struct StatFacts {
+  ProcessIdentity identity;
+  std::optional<std::string> name;
+  int32_t parentPID = 0;
+  uint64_t cpuTicks = 0;
+};
+
+std::optional<StatFacts> readStat(int directory, int32_t pid) {
+  char buffer[statBufferSize];
+  auto text = ProcFiles::readVirtualFile(directory, "stat", buffer);
+  if (!text) return std::nullopt;
+  auto fields = ProcParsers::parseStat(*text);
+  if (!fields) return std::nullopt;
+  StatFacts facts;
+  facts.identity = ProcParsers::identityFromStartTicks(pid, bootTime(), fields->startTicks, ticksPerSecond());
+  if (!fields->comm.empty()) facts.name = repairedUTF8(fields->comm);
+  facts.parentPID = fields->parentPID;
+  facts.cpuTicks = fields->userTicks + fields->systemTicks;
+  return facts;
+}
+
+std::optional<uint32_t> readEffectiveUID(int directory) {
+  char buffer[statusBufferSize];
+  auto text = ProcFiles::readVirtualFile(directory, "status", buffer);
+  if (!text) return std::nullopt;
+  return ProcParsers::parseEffectiveUID(*text);
+}
+
+std::optional<uint64_t> readResidentBytes(int directory) {
+  char buffer[statmBufferSize];
+  auto text = ProcFiles::readVirtualFile(directory, "statm", buffer);
+  if (!text) return std::nullopt;
+  auto pages = ProcParsers::parseResidentPages(*text);
+  if (!pages) return std::nullopt;
+  return *pages * pageSize();
+}
+
+std::optional<std::string> readLinkText(int directory, const char* name) {
+  char buffer[linkBufferSize];
+  auto link = ProcFiles::readLink(directory, name, buffer);
+  if (!link) return std::nullopt;
+  return repairedUTF8(*link);
+}
+
+std::optional<std::string> readExecPath(int directory) {
+  char buffer[linkBufferSize];
+  auto link = ProcFiles::readLink(directory, "exe", buffer);
+  if (!link) return std::nullopt;
+  return repairedUTF8(ProcParsers::withoutDeletedMarker(*link));
+}
+
+std::optional<std::vector<std::string>> readArgv(int directory) {
+  auto bytes = ProcFiles::readWholeFile(directory, "cmdline", cmdlineMaxBytes);
+  if (!bytes) return std::nullopt;
+  if (bytes->size() == cmdlineMaxBytes) {
+    const size_t lastEnd = bytes->rfind('\0');
+    bytes->resize(lastEnd == std::string::npos ? 0 : lastEnd + 1);
+  }
+  return ProcParsers::parseCmdline(*bytes);
+}
+
+// What every reader starts with: the incarnation held open, its stat facts, and the fields of
+// a snapshot that come from them.
+struct ProcessBase {
+  FileDescriptor directory;
+  StatFacts stat;
+
+  ProcessSnapshot snapshot() const {
+    ProcessSnapshot snapshot;
+    snapshot.identity = stat.identity;
+    snapshot.name = stat.name;
+    snapshot.parentPID = stat.parentPID;
+    return snapshot;
+  }
+};
+
+std::optional<ProcessBase> readBase(int32_t pid) {
+  if (pid <= 0) return std::nullopt;
+  FileDescriptor directory = ProcFiles::openProcessDirectory(pid);
+  if (!directory.valid()) return std::nullopt;
+  auto stat = readStat(directory.get(), pid);
+  if (!stat) return std::nullopt;
+  return ProcessBase{std::move(directory), std::move(*stat)};
+}
+
+// CPU and memory as the enriched and activity readers report them.
+void setTaskFigures(ProcessSnapshot& snapshot, int directory, uint64_t cpuTicks) {
+  auto resident = readResidentBytes(directory);
+  snapshot.cpuReadable = resident.has_value();
+  snapshot.residentMemoryBytes = resident;
+  snapshot.cpuTimeNanos.reset();
+  if (resident) snapshot.cpuTimeNanos = ProcParsers::ticksToNanoseconds(cpuTicks, ticksPerSecond());
+}
+
+}  // namespace
+
+namespace Libproc {
+
+std::vector<int32_t> allPIDs() {
+  std::vector<int32_t> pids;
+  FileDescriptor proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!proc.valid()) return pids;
+  pids.reserve(512);
+  forEachDirectoryEntry(proc.get(), [&](std::string_view name) {
+    if (auto pid = ProcParsers::parsePID(name)) pids.push_back(*pid);
+  });
+  if (!pids.empty()) refreshSocketTable();
+  return pids;
+}
+
+std::vector<RawListeningSocket> listeningSockets(int32_t pid) {
+  std::vector<RawListeningSocket> sockets;
+  if (pid <= 0) return sockets;
+  const std::shared_ptr<const SocketTable> table = currentSocketTable();
+  if (table->empty()) return sockets;
+
+  ProcFiles::PathBuffer path;
+  FileDescriptor descriptors(::open(ProcFiles::procPath(path, pid, "fd"), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!descriptors.valid()) return sockets;
+  // The kernel lists descriptors in ascending order, which is the order wanted here.
+  forEachDirectoryEntry(descriptors.get(), [&](std::string_view name) {
+    if (name.front() == '.') return;
+    char link[64];
+    const ssize_t length = ::readlinkat(descriptors.get(), name.data(), link, sizeof link);
+    if (length <= 0 || static_cast<size_t>(length) >= sizeof link) return;
+    auto inode = ProcParsers::parseSocketInode(std::string_view(link, static_cast<size_t>(length)));
+    if (!inode) return;
+    auto found = table->find(*inode);
+    if (found != table->end()) sockets.push_back(found->second);
+  });
+  return sockets;
+}
+
+std::optional<ProcessIdentity> processIdentity(int32_t pid) {
+  if (pid <= 0) return std::nullopt;
+  ProcFiles::PathBuffer path;
+  char buffer[statBufferSize];
+  auto text = ProcFiles::readVirtualFile(AT_FDCWD, ProcFiles::procPath(path, pid, "stat"), buffer);
+  if (!text) return std::nullopt;
+  auto fields = ProcParsers::parseStat(*text);
+  if (!fields) return std::nullopt;
+  return ProcParsers::identityFromStartTicks(pid, bootTime(), fields->startTicks, ticksPerSecond());
+}
+
+std::optional<std::string> execPath(int32_t pid) {
+  if (pid <= 0) return std::nullopt;
+  ProcFiles::PathBuffer path;
+  char buffer[linkBufferSize];
+  auto link = ProcFiles::readLink(AT_FDCWD, ProcFiles::procPath(path, pid, "exe"), buffer);
+  if (!link) return std::nullopt;
+  return repairedUTF8(ProcParsers::withoutDeletedMarker(*link));
+}
+
+std::optional<std::string> currentWorkingDirectory(int32_t pid) {
+  if (pid <= 0) return std::nullopt;
+  ProcFiles::PathBuffer path;
+  return readLinkText(AT_FDCWD, ProcFiles::procPath(path, pid, "cwd"));
+}
+
+std::optional<std::vector<std::string>> argv(int32_t pid) {
+  if (pid <= 0) return std::nullopt;
+  FileDescriptor directory = ProcFiles::openProcessDirectory(pid);
+  if (!directory.valid()) return std::nullopt;
+  return readArgv(directory.get());
+}
+
+}  // namespace Libproc
+
+namespace ProcessReader {
+
+std::optional<ProcessSnapshot> enrichedSnapshot(int32_t pid, uint32_t myUID, bool includeArgv) {
+  auto base = readBase(pid);
+  if (!base) return std::nullopt;
+  const int directory = base->directory.get();
+  auto uid = readEffectiveUID(directory);
+  if (!uid || *uid != myUID) return std::nullopt;
+  ProcessSnapshot snapshot = base->snapshot();
+  snapshot.uid = uid;
+  snapshot.sameUser = true;
+  snapshot.executablePath = readExecPath(directory);
+  setTaskFigures(snapshot, directory, base->stat.cpuTicks);
+  if (includeArgv) snapshot.argv = readArgv(directory);
+  return snapshot;
+}
+
+std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid, uint32_t myUID) {
+  auto base = readBase(pid);
+  if (!base) return std::nullopt;
+  const int directory = base->directory.get();
+  auto uid = readEffectiveUID(directory);
+  if (!uid) return std::nullopt;
+  ProcessSnapshot snapshot = base->snapshot();
+  snapshot.uid = uid;
+  snapshot.sameUser = *uid == myUID;
+  snapshot.executablePath = readExecPath(directory);
+  snapshot.argv = readArgv(directory);
+  return snapshot;
+}
+
+std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID) {
+  if (pid <= 0) return std::nullopt;
+  // This reader runs for every process in every scan and rejects nearly all of them by their
+  // names, so the test runs first on the fewest reads: stat and the exe link by path.
+  {
+    ProcFiles::PathBuffer path;
+    char buffer[statBufferSize];
+    auto text = ProcFiles::readVirtualFile(AT_FDCWD, ProcFiles::procPath(path, pid, "stat"), buffer);
+    if (!text) return std::nullopt;
+    auto fields = ProcParsers::parseStat(*text);
+    if (!fields) return std::nullopt;
+    std::optional<std::string> name;
+    if (!fields->comm.empty()) name = repairedUTF8(fields->comm);
+    const auto candidate = AgentProcessDetector::presenceCandidate(name, Libproc::execPath(pid));
+    if (candidate == AgentProcessDetector::PresenceCandidate::rejected) return std::nullopt;
+  }
+  // A candidate is read again through one handle on its incarnation, owner check included.
+  auto base = readBase(pid);
+  if (!base) return std::nullopt;
+  const int directory = base->directory.get();
+  auto uid = readEffectiveUID(directory);
+  if (!uid || *uid != myUID) return std::nullopt;
+  auto path = readExecPath(directory);
+  const auto candidate = AgentProcessDetector::presenceCandidate(base->stat.name, path);
+  if (candidate == AgentProcessDetector::PresenceCandidate::rejected) return std::nullopt;
+  ProcessSnapshot snapshot = base->snapshot();
+  snapshot.uid = myUID;
+  snapshot.sameUser = true;
+  snapshot.executablePath = std::move(path);
+  if (candidate == AgentProcessDetector::PresenceCandidate::needsArgv) snapshot.argv = readArgv(directory);
+  return snapshot;
+}
+
+std::optional<ProcessSnapshot> liveResolveSnapshot(int32_t pid) {
+  auto base = readBase(pid);
+  if (!base) return std::nullopt;
+  const int directory = base->directory.get();
+  auto uid = readEffectiveUID(directory);
+  if (!uid) return std::nullopt;
+  ProcessSnapshot snapshot = base->snapshot();
+  snapshot.uid = uid;
+  snapshot.sameUser = *uid == ::getuid();
+  snapshot.executablePath = readExecPath(directory);
+  return snapshot;
+}
+
+std::optional<ProcessSnapshot> activitySnapshot(const ProcessSnapshot& snapshot, uint32_t myUID) {
+  if (!snapshot.sameUser || snapshot.uid != myUID) return std::nullopt;
+  auto base = readBase(snapshot.identity.pid);
+  if (!base || base->stat.identity != snapshot.identity) return std::nullopt;
+  const int directory = base->directory.get();
+  auto uid = readEffectiveUID(directory);
+  if (!uid || *uid != myUID) return std::nullopt;
+  ProcessSnapshot refreshed = snapshot;
+  refreshed.uid = myUID;
+  refreshed.sameUser = true;
+  setTaskFigures(refreshed, directory, base->stat.cpuTicks);
+  return refreshed;
+}
+
+}  // namespace ProcessReader
+}  // namespace tidewatch
