@@ -1,5 +1,6 @@
 #include "hooks/agent_hook_protocol.h"
 
+#include <array>
 #include <limits>
 
 #include <nlohmann/json.hpp>
@@ -10,12 +11,19 @@ namespace {
 using json = nlohmann::json;
 
 // Walks a provider's document without building it: only the strings of the four allow-listed
-// top-level keys are copied out, every other value goes by unseen.
+// top-level keys are copied out, every other value goes by unseen. As in a parsed document, the
+// last of repeated keys counts, so a wrong type fails only when it is the value that stands.
 class ProviderFieldsReader final : public nlohmann::json_sax<json> {
  public:
   AllowlistedProviderFields fields;
 
-  bool null() override { return takeNull(); }
+  bool finished() const { return !wrongType_[0] && !wrongType_[1] && !wrongType_[2] && !wrongType_[3]; }
+
+  bool null() override {
+    if (depth_ == 0) return false;
+    settle(nullptr);
+    return true;
+  }
   bool boolean(bool) override { return takeOther(); }
   bool number_integer(number_integer_t) override { return takeOther(); }
   bool number_unsigned(number_unsigned_t) override { return takeOther(); }
@@ -24,10 +32,7 @@ class ProviderFieldsReader final : public nlohmann::json_sax<json> {
 
   bool string(string_t& value) override {
     if (depth_ == 0) return false;  // the document must be an object
-    if (pending_ != nullptr) {
-      *pending_ = std::move(value);
-      pending_ = nullptr;
-    }
+    settle(&value);
     return true;
   }
 
@@ -40,12 +45,11 @@ class ProviderFieldsReader final : public nlohmann::json_sax<json> {
   bool end_array() override { return close(); }
 
   bool key(string_t& name) override {
-    pending_ = nullptr;
+    pending_ = none;
     if (depth_ != 1) return true;
-    if (name == "session_id") pending_ = &fields.session_id;
-    else if (name == "cwd") pending_ = &fields.cwd;
-    else if (name == "hook_event_name") pending_ = &fields.hook_event_name;
-    else if (name == "notification_type") pending_ = &fields.notification_type;
+    for (size_t i = 0; i < keys.size(); ++i) {
+      if (name == keys[i]) pending_ = i;
+    }
     return true;
   }
 
@@ -54,9 +58,33 @@ class ProviderFieldsReader final : public nlohmann::json_sax<json> {
   }
 
  private:
+  static constexpr size_t none = 4;
+  static constexpr std::array<std::string_view, 4> keys{"session_id", "cwd", "hook_event_name", "notification_type"};
+
+  std::optional<std::string>& field(size_t index) {
+    switch (index) {
+      case 0: return fields.session_id;
+      case 1: return fields.cwd;
+      case 2: return fields.hook_event_name;
+      default: return fields.notification_type;
+    }
+  }
+
+  // The value of the pending key: a string, null (absent), or anything else (a wrong type).
+  void settle(string_t* text, bool wrongType = false) {
+    if (pending_ == none) return;
+    if (text != nullptr) field(pending_) = std::move(*text);
+    else field(pending_).reset();
+    wrongType_[pending_] = wrongType;
+    pending_ = none;
+  }
+  bool takeOther() {
+    if (depth_ == 0) return false;
+    settle(nullptr, true);
+    return true;
+  }
   bool open() {
-    // A container as the value of an allow-listed key is a wrong type.
-    if (pending_ != nullptr) return false;
+    settle(nullptr, true);  // a container where a string belongs
     ++depth_;
     return true;
   }
@@ -64,20 +92,9 @@ class ProviderFieldsReader final : public nlohmann::json_sax<json> {
     --depth_;
     return true;
   }
-  bool takeNull() {
-    if (depth_ == 0) return false;
-    if (pending_ != nullptr) {
-      pending_->reset();
-      pending_ = nullptr;
-    }
-    return true;
-  }
-  bool takeOther() {
-    if (depth_ == 0) return false;
-    return pending_ == nullptr;
-  }
 
-  std::optional<std::string>* pending_ = nullptr;
+  size_t pending_ = none;
+  std::array<bool, 4> wrongType_{};
   int depth_ = 0;
 };
 
@@ -194,7 +211,7 @@ std::optional<AllowlistedProviderFields> decodeProviderFields(std::string_view b
   } catch (const json::exception&) {
     return std::nullopt;
   }
-  if (!parsed) return std::nullopt;
+  if (!parsed || !reader.finished()) return std::nullopt;
   return std::move(reader.fields);
 }
 

@@ -70,6 +70,7 @@ std::optional<Envelope> decodeEnvelope(std::string_view bytes);
 
 // Reads the four allow-listed keys of a top-level JSON object. The document as a whole must be
 // valid JSON; one of the four holding anything but a string (or null, read as absent) fails it.
+// Of a key given twice the last counts, as in a parsed document.
 // Other values are walked by the parser and dropped, never kept.
 std::optional<AllowlistedProviderFields> decodeProviderFields(std::string_view bytes);
 

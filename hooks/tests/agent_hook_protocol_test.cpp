@@ -95,10 +95,11 @@ TEST(AgentHookProtocolTest, ProviderFieldsKeepOnlyTheAllowList) {
 
   for (const char* refused : {R"({"session_id":5})", R"({"cwd":{"a":"b"}})", R"({"hook_event_name":["Stop"]})",
                               R"({"notification_type":false})", R"(["session_id"])", R"("text")", R"({"a":1} x)",
-                              R"({"a":)", ""}) {
+                              R"({"a":)", "", R"({"session_id":"a","session_id":{}})"}) {
     EXPECT_FALSE(decodeProviderFields(refused)) << refused;
   }
   EXPECT_EQ(decodeProviderFields("{}"), AllowlistedProviderFields{});
+  EXPECT_EQ(decodeProviderFields(R"({"cwd":5,"cwd":"/w"})")->cwd, "/w");
 }
 
 TEST(AgentHookProtocolTest, MapEventFollowsTheTable) {
