@@ -41,6 +41,15 @@ std::optional<Request> processRequest(const PortListener& listener, const Safety
   return request;
 }
 
+// One "|"-separated key of a visible request's id.
+void appendTargetKey(std::string& id, const char* kind, int32_t pid, const std::string& requestID) {
+  if (!id.empty()) id += '|';
+  id += kind;
+  id += std::to_string(pid);
+  id += ':';
+  id += requestID;
+}
+
 }  // namespace
 
 std::string blockedMessage(ProtectionReason reason) {
@@ -200,14 +209,14 @@ std::optional<StopVisibleRequest> StopVisibleRequest::request(const std::vector<
       if (!kill) continue;
       ++request.listenerCount;
       if (!seen.insert(kill->target).second) continue;
-      id += (id.empty() ? "" : "|") + std::string("process:") + std::to_string(kill->pid) + ":" + kill->id;
+      appendTargetKey(id, "process:", kill->pid, kill->id);
       request.targets.emplace_back(std::move(*kill));
     } else {
       auto pool = StopPoolRequest::request(listener, context);
       if (!pool) continue;
       ++request.listenerCount;
       if (!seen.insert(pool->supervisor).second) continue;
-      id += (id.empty() ? "" : "|") + std::string("pool:") + std::to_string(pool->supervisor.pid) + ":" + pool->id;
+      appendTargetKey(id, "pool:", pool->supervisor.pid, pool->id);
       request.targets.emplace_back(std::move(*pool));
     }
   }
@@ -232,7 +241,10 @@ std::string StopVisibleOutcome::message() const {
   if (failedCount >= 1) parts.push_back(std::to_string(failedCount) + " failed");
   if (parts.empty()) return "Nothing needed stopping.";
   std::string text;
-  for (size_t i = 0; i < parts.size(); ++i) text += (i ? " \xC2\xB7 " : "") + parts[i];
+  for (size_t i = 0; i < parts.size(); ++i) {
+    if (i > 0) text += " \xC2\xB7 ";
+    text += parts[i];
+  }
   return text + ".";
 }
 

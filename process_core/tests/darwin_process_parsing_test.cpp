@@ -12,9 +12,9 @@ using Argv = std::optional<std::vector<std::string>>;
 // An argument area: argc little-endian, then the bytes as given.
 std::vector<uint8_t> area(int32_t argc, std::string_view rest) {
   const auto count = static_cast<uint32_t>(argc);
-  std::vector<uint8_t> bytes = {static_cast<uint8_t>(count), static_cast<uint8_t>(count >> 8),
-                                static_cast<uint8_t>(count >> 16), static_cast<uint8_t>(count >> 24)};
-  bytes.insert(bytes.end(), rest.begin(), rest.end());
+  std::vector<uint8_t> bytes(4 + rest.size());
+  for (size_t i = 0; i < 4; ++i) bytes[i] = static_cast<uint8_t>(count >> (8 * i));
+  std::copy(rest.begin(), rest.end(), bytes.begin() + 4);
   return bytes;
 }
 
