@@ -29,14 +29,14 @@ echo "machine: $processes processes, $descriptors open descriptors"
 hyperfine --warmup 3 --runs "${RUNS:-30}" -N --export-json /tmp/tidewatch-scan-bench.json \
   "$tidewatch scan --json" "ss -tlnp" "lsof -nP -iTCP -sTCP:LISTEN" >/dev/null
 
-python3 - "$tidewatch" <<'PY'
-import json, resource, subprocess, sys
+python3 - <<'PY'
+import json
 runs = json.load(open("/tmp/tidewatch-scan-bench.json"))["results"]
 mean = {r["command"].split()[0].split("/")[-1]: r for r in runs}
 tw, ss, lsof = mean["tidewatch"], mean["ss"], mean["lsof"]
 for name, r in (("tidewatch scan --json", tw), ("ss -tlnp", ss), ("lsof -nP -iTCP -sTCP:LISTEN", lsof)):
     print(f"{name:30s} mean {r['mean']*1000:7.2f} ms  median {r['median']*1000:7.2f} ms  (±{r['stddev']*1000:.2f})")
 print(f"tidewatch / ss -tlnp = {tw['mean']/ss['mean']:.2f}x   lsof / tidewatch = {lsof['mean']/tw['mean']:.1f}x")
-subprocess.run([sys.argv[1], "scan", "--json"], stdout=subprocess.DEVNULL, check=True)
-print(f"tidewatch peak memory (max RSS): {resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss/1024:.1f} MiB")
 PY
+# GNU time reports the scan's own high-water mark (a fork from python would count python's).
+/usr/bin/time -f "tidewatch peak memory (max RSS): %M KiB" "$tidewatch" scan --json >/dev/null

@@ -16,8 +16,9 @@ import time
 
 def hold(descriptors):
     held = []
+    kind = 0
     while len(held) < descriptors:
-        kind = len(held) % 4
+        kind = (kind + 1) % 4
         if kind == 0:
             held.append(os.open("/dev/null", os.O_RDONLY))
         elif kind == 1:

@@ -16,7 +16,8 @@ namespace tidewatch::Libproc {
 // fresh table of listening TCP sockets for the listeningSockets calls that follow.
 std::vector<int32_t> allPIDs();
 
-// The process's TCP sockets in LISTEN state, in descriptor order; empty when none or unreadable.
+// The process's TCP sockets in LISTEN state, in descriptor order, as of the latest allPIDs (a
+// pid it did not see is read now); empty when none or unreadable.
 std::vector<RawListeningSocket> listeningSockets(int32_t pid);
 
 // The identity of the incarnation now behind the pid; absent when the pid is gone.

@@ -7,7 +7,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libutf8proc-dev
   clang libclang-rt-14-dev
-  iproute2 lsof procps hyperfine
+  iproute2 lsof procps hyperfine time python3
 )
 
 missing=()

@@ -6,8 +6,14 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <algorithm>
+#include <atomic>
 #include <memory>
 #include <mutex>
+#include <system_error>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "process_core/agent_process_detector.h"
 #include "process_core/linux/proc_files.h"
@@ -65,10 +71,18 @@ uint64_t bootTime() {
   return value;
 }
 
+// Which enumerated processes hold which listening sockets, found in one pass over every
+// process's descriptors when the pids are enumerated.
+struct SocketOwners {
+  std::unordered_set<int32_t> walked;
+  std::unordered_map<int32_t, std::vector<RawListeningSocket>> socketsByPID;
+};
+
 // The socket table of the latest enumeration, shared by every reader until the next one.
 struct SocketTableState {
   std::mutex mutex;
   std::shared_ptr<const SocketTable> table;
+  std::shared_ptr<const SocketOwners> owners;
 };
 
 SocketTableState& socketTableState() {
@@ -80,11 +94,56 @@ std::shared_ptr<const SocketTable> takeSocketTable() {
   return std::make_shared<const SocketTable>(SocketParsers::makeSocketTable(SockDiag::listeners()));
 }
 
-void refreshSocketTable() {
+std::vector<RawListeningSocket> socketsOfProcess(int32_t pid, const SocketTable& table);
+
+// Matching sockets to processes means one readlink per open descriptor on the machine, nearly
+// all of a scan's cost; the walk is spread over the cores, each thread taking the next pid.
+std::shared_ptr<const SocketOwners> findSocketOwners(const std::vector<int32_t>& pids, const SocketTable& table) {
+  auto owners = std::make_shared<SocketOwners>();
+  owners->walked.insert(pids.begin(), pids.end());
+  if (table.empty()) return owners;
+
+  std::vector<std::vector<RawListeningSocket>> found(pids.size());
+  std::atomic<size_t> next{0};
+  auto work = [&] {
+    for (size_t i = next.fetch_add(1, std::memory_order_relaxed); i < pids.size();
+         i = next.fetch_add(1, std::memory_order_relaxed)) {
+      found[i] = socketsOfProcess(pids[i], table);
+    }
+  };
+  constexpr size_t pidsPerThread = 64;
+  const size_t threads = std::clamp<size_t>(std::min<size_t>(std::thread::hardware_concurrency(), 4), 1,
+                                            std::max<size_t>(pids.size() / pidsPerThread, 1));
+  std::vector<std::thread> helpers;
+  for (size_t t = 1; t < threads; ++t) {
+    try {
+      helpers.emplace_back(work);
+    } catch (const std::system_error&) {
+      break;  // no thread to be had: this one does the rest
+    }
+  }
+  work();
+  for (auto& helper : helpers) helper.join();
+
+  for (size_t i = 0; i < pids.size(); ++i) {
+    if (!found[i].empty()) owners->socketsByPID.emplace(pids[i], std::move(found[i]));
+  }
+  return owners;
+}
+
+void refreshSocketTable(const std::vector<int32_t>& pids) {
   auto fresh = takeSocketTable();
+  auto owners = findSocketOwners(pids, *fresh);
   SocketTableState& state = socketTableState();
   std::lock_guard lock(state.mutex);
   state.table = std::move(fresh);
+  state.owners = std::move(owners);
+}
+
+std::shared_ptr<const SocketOwners> currentSocketOwners() {
+  SocketTableState& state = socketTableState();
+  std::lock_guard lock(state.mutex);
+  return state.owners;
 }
 
 std::shared_ptr<const SocketTable> currentSocketTable() {
@@ -232,15 +291,27 @@ std::vector<int32_t> allPIDs() {
   forEachDirectoryEntry(proc.get(), [&](std::string_view name) {
     if (auto pid = ProcParsers::parsePID(name)) pids.push_back(*pid);
   });
-  if (!pids.empty()) refreshSocketTable();
+  if (!pids.empty()) refreshSocketTable(pids);
   return pids;
 }
 
 std::vector<RawListeningSocket> listeningSockets(int32_t pid) {
+  if (pid <= 0) return {};
+  if (const auto owners = currentSocketOwners(); owners && owners->walked.count(pid)) {
+    auto it = owners->socketsByPID.find(pid);
+    return it == owners->socketsByPID.end() ? std::vector<RawListeningSocket>{} : it->second;
+  }
+  // A pid that the last enumeration did not see is walked on its own.
+  return socketsOfProcess(pid, *currentSocketTable());
+}
+
+}  // namespace Libproc
+
+namespace {
+
+std::vector<RawListeningSocket> socketsOfProcess(int32_t pid, const SocketTable& table) {
   std::vector<RawListeningSocket> sockets;
-  if (pid <= 0) return sockets;
-  const std::shared_ptr<const SocketTable> table = currentSocketTable();
-  if (table->empty()) return sockets;
+  if (table.empty()) return sockets;
 
   ProcFiles::PathBuffer path;
   FileDescriptor descriptors(::open(ProcFiles::procPath(path, pid, "fd"), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -253,11 +324,15 @@ std::vector<RawListeningSocket> listeningSockets(int32_t pid) {
     if (length <= 0 || static_cast<size_t>(length) >= sizeof link) return;
     auto inode = ProcParsers::parseSocketInode(std::string_view(link, static_cast<size_t>(length)));
     if (!inode) return;
-    auto found = table->find(*inode);
-    if (found != table->end()) sockets.push_back(found->second);
+    auto found = table.find(*inode);
+    if (found != table.end()) sockets.push_back(found->second);
   });
   return sockets;
 }
+
+}  // namespace
+
+namespace Libproc {
 
 std::optional<ProcessIdentity> processIdentity(int32_t pid) {
   if (pid <= 0) return std::nullopt;

@@ -111,8 +111,10 @@ TEST(LinuxProcessReader, LiveListeningSocketsShowEachBindingOfAProcess) {
                           socketOf("::ffff:127.0.0.1", AddressFamily::ipv6, ports[3])));
   // This process holds no listener of its own, and a gone process has none.
   EXPECT_TRUE(Libproc::listeningSockets(::getpid()).empty());
+  // Answers hold as of the latest enumeration; after the next one a gone process has none.
   const pid_t gone = child.pid();
   child.reap();
+  Libproc::allPIDs();
   EXPECT_TRUE(Libproc::listeningSockets(gone).empty());
 }
 
