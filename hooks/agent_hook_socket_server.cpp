@@ -119,11 +119,15 @@ void AgentHookSocketServer::acceptPending() {
       dependencies_.closeDescriptor(fd);  // before a byte is read, and without an answer
       continue;
     }
-    connections_.emplace(fd, Connection{});
+    const uint64_t serial = ++acceptedConnections_;
+    connections_.emplace(fd, Connection{serial, {}});
     queue_.watch(fd, [this, fd] { readPending(fd); });
-    // Goes by descriptor number alone: a late check may end a newer connection of that number.
-    queue_.after(dependencies_.uptime() + connectionTimeLimit, [this, fd] {
-      if (connections_.contains(fd)) finishConnection(fd, false);
+    // The check belongs to this connection, not to its descriptor number: relays finish in a
+    // millisecond and their numbers come back at once, so a check that went by number alone
+    // would end a newer connection in the middle of its envelope.
+    queue_.after(dependencies_.uptime() + connectionTimeLimit, [this, fd, serial] {
+      const auto connection = connections_.find(fd);
+      if (connection != connections_.end() && connection->second.serial == serial) finishConnection(fd, false);
     });
   }
 }

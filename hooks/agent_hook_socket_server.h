@@ -115,6 +115,7 @@ class AgentHookSocketServer {
 
  private:
   struct Connection {
+    uint64_t serial = 0;  // tells this connection from a later one on the same descriptor
     std::string buffer;
   };
 
@@ -132,6 +133,7 @@ class AgentHookSocketServer {
   const OnEnvelope onEnvelope_;
   int listenFD_ = -1;
   std::map<int, Connection> connections_;
+  uint64_t acceptedConnections_ = 0;
   // Declared last: destroyed first, so no handler runs on a half-destroyed server.
   internal::SerialEventLoop queue_;
 };

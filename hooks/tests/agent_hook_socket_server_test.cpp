@@ -133,6 +133,11 @@ class LiveServer : public ::testing::Test {
       ++reads_;
       return live(fd, buffer, length);
     };
+    dependencies.acceptConnection = [this, live = dependencies.acceptConnection](int listenFD) {
+      const int fd = live(listenFD);
+      if (fd >= 0) acceptedFDs_.push_back(fd);  // on the server's thread; read after a sync
+      return fd;
+    };
     server_ = std::make_unique<Server>(paths_, dependencies, deliveries_.handler());
   }
 
@@ -151,6 +156,7 @@ class LiveServer : public ::testing::Test {
   const AgentHookPaths paths_ = AgentHookPaths::inRuntimeDirectory(scratch_.path() + "/state/rt");
   std::atomic<int64_t> clock_{1'000'000};
   std::atomic<int> reads_{0};
+  std::vector<int> acceptedFDs_;
   testing::Deliveries deliveries_;
   std::unique_ptr<Server> server_;
 };
@@ -220,6 +226,26 @@ TEST_F(LiveServer, DropsASilentPeerAfterTwoSecondsWithoutDelivery) {
   EXPECT_TRUE(testing::closedByServer(client));
   ::close(client);
   EXPECT_EQ(deliveries_.count(), 0u);
+}
+
+TEST_F(LiveServer, AnEarlierConnectionsLimitSparesANewerOneOnTheSameDescriptor) {
+  ASSERT_EQ(server().start(), std::nullopt);
+  const int earlier = testing::connectClient(paths_.socketPath);
+  ASSERT_TRUE(sendAll(earlier, bytes_));
+  ::shutdown(earlier, SHUT_WR);
+  ASSERT_EQ(deliveries_.waitFor(1).size(), 1u);
+  ::close(earlier);
+  clock_ += 1500;
+  const int newer = testing::connectClient(paths_.socketPath);
+  ASSERT_TRUE(accepted(1));
+  server().sync([&] { ASSERT_EQ(acceptedFDs_.size(), 2u); EXPECT_EQ(acceptedFDs_[0], acceptedFDs_[1]); });
+  clock_ += 500;  // the first connection's limit falls due
+  server().sync([] {});
+  EXPECT_TRUE(testing::stillOpen(newer));
+  clock_ += 1500;  // and now the newer one's
+  server().sync([] {});
+  EXPECT_TRUE(testing::closedByServer(newer));
+  ::close(newer);
 }
 
 TEST_F(LiveServer, ClosesAPeerOfAnotherUserBeforeReading) {

@@ -2,6 +2,7 @@
 // delivered envelopes that waits without sleeping.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -40,9 +41,12 @@ class ScratchDirectory {
   std::string path_;
 };
 
-// A blocking client connected to the socket, or -1.
+// A blocking client connected to the socket, or -1. Its descriptor is moved above 100, so the
+// server in this same process gets the numbers it would get alone.
 inline int connectClient(const std::string& socketPath) {
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int first = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int fd = ::fcntl(first, F_DUPFD_CLOEXEC, 100);
+  ::close(first);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, socketPath.data(), socketPath.size());
