@@ -61,6 +61,9 @@ std::optional<StatFields> parseStat(std::string_view text) {
     std::string_view token = nextToken(text, position);
     if (token.empty()) return std::nullopt;
     switch (field) {
+      case 3:
+        fields.state = token.front();
+        break;
       case 4: {
         auto parent = parseNumber<int32_t>(token);
         if (!parent) return std::nullopt;

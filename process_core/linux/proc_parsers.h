@@ -15,11 +15,15 @@ namespace tidewatch::ProcParsers {
 // The fields of /proc/PID/stat that a snapshot needs.
 struct StatFields {
   std::string_view comm;  // between the first "(" and the last ")"; may be empty
+  char state = '?';       // field 3: 'R', 'S', ... 'Z' for a zombie, 'X' for a dead task
   int32_t parentPID = 0;  // field 4
   uint64_t userTicks = 0;    // field 14
   uint64_t systemTicks = 0;  // field 15
   uint64_t startTicks = 0;   // field 22, clock ticks since boot
 };
+
+// A process that has exited and only waits to be reaped: nothing of it is left to read or signal.
+inline bool hasExited(const StatFields& fields) { return fields.state == 'Z' || fields.state == 'X'; }
 
 // Parses from the last ")", since the command name may hold spaces and parentheses. Absent for
 // text cut short before field 22 or with a field that is not a number.

@@ -197,7 +197,8 @@ std::optional<StatFacts> readStat(int directory, int32_t pid) {
   auto text = ProcFiles::readVirtualFile(directory, "stat", buffer);
   if (!text) return std::nullopt;
   auto fields = ProcParsers::parseStat(*text);
-  if (!fields) return std::nullopt;
+  // A zombie is an exited process: it holds no socket, and an action on it finds nobody.
+  if (!fields || ProcParsers::hasExited(*fields)) return std::nullopt;
   StatFacts facts;
   facts.identity = ProcParsers::identityFromStartTicks(pid, bootTime(), fields->startTicks, ticksPerSecond());
   if (!fields->comm.empty()) facts.name = repairedUTF8(fields->comm);
@@ -341,7 +342,7 @@ std::optional<ProcessIdentity> processIdentity(int32_t pid) {
   auto text = ProcFiles::readVirtualFile(AT_FDCWD, ProcFiles::procPath(path, pid, "stat"), buffer);
   if (!text) return std::nullopt;
   auto fields = ProcParsers::parseStat(*text);
-  if (!fields) return std::nullopt;
+  if (!fields || ProcParsers::hasExited(*fields)) return std::nullopt;
   return ProcParsers::identityFromStartTicks(pid, bootTime(), fields->startTicks, ticksPerSecond());
 }
 

@@ -131,3 +131,17 @@ TEST(UTF8Repair, EachMaximalIllFormedSubpartBecomesOneReplacement) {
 
 }  // namespace
 }  // namespace tidewatch
+
+namespace tidewatch {
+namespace {
+
+TEST(LinuxProcParsers, ZombiesCountAsExited) {
+  const std::string running = "42 (srv) S 1 42 42 0 -1 4194304 0 0 0 0 7 3 0 0 20 0 1 0 5000 0 0";
+  const std::string zombie = "42 (srv) Z 1 42 42 0 -1 4194304 0 0 0 0 7 3 0 0 20 0 1 0 5000 0 0";
+  ASSERT_TRUE(ProcParsers::parseStat(running).has_value());
+  EXPECT_FALSE(ProcParsers::hasExited(*ProcParsers::parseStat(running)));
+  EXPECT_TRUE(ProcParsers::hasExited(*ProcParsers::parseStat(zombie)));
+}
+
+}  // namespace
+}  // namespace tidewatch
