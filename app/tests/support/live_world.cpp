@@ -3,8 +3,14 @@
 //   live_world spawn PROGRAM ARGS...   start PROGRAM and stay as its parent
 //   live_world listen ADDRESS...       listen on each ADDRESS ("127.0.0.1", "::1@<port of 1st>", ...)
 //   live_world pool WORKERS ADDRESS    listen, then fork WORKERS children that share the socket
+//   live_world poolexec WORKERS ADDRESS PROGRAM
+//                                      listen, then start WORKERS copies of "PROGRAM hold"
+//                                      that inherit the socket
+//   live_world hold                    wait, holding what was inherited
+//   live_world stubborn ADDRESS        listen and ignore SIGTERM
 // Listeners append "<pid> <port>..." to the file named by TW_READY, then wait to be killed.
 #include <arpa/inet.h>
+#include <signal.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -78,8 +84,10 @@ void announce(const std::vector<int>& ports) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3) return 2;
+  if (argc < 2) return 2;
   const std::string command = argv[1];
+  if (command == "hold") waitForever();
+  if (argc < 3) return 2;
   if (command == "spawn") {
     const pid_t child = ::fork();
     if (child < 0) fail("fork");
@@ -106,6 +114,26 @@ int main(int argc, char** argv) {
         waitForever();
       }
     }
+    waitForever();
+  }
+  if (command == "poolexec" && argc == 5) {
+    const int workers = std::atoi(argv[2]);
+    const std::vector<int> ports{listenOn(argv[3], {})};
+    for (int i = 0; i < workers; ++i) {
+      const pid_t worker = ::fork();
+      if (worker < 0) fail("fork");
+      if (worker == 0) {
+        char* args[] = {argv[4], const_cast<char*>("hold"), nullptr};
+        ::execv(argv[4], args);
+        fail("execv");
+      }
+    }
+    announce(ports);
+    waitForever();
+  }
+  if (command == "stubborn") {
+    ::signal(SIGTERM, SIG_IGN);
+    announce({listenOn(argv[2], {})});
     waitForever();
   }
   return 2;

@@ -1,0 +1,144 @@
+// Real process trees for the live tests, built from a small actor copied under telling names
+// (a terminal, an agent, a dev server, a shell), each tree in a process group of its own.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <sstream>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+namespace tidewatch::testing {
+
+namespace fs = std::filesystem;
+
+class LiveProcessTree : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/tidewatch-live-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    root = pattern;
+    fs::create_directories(root / "bin");
+    ready = root / "ready";
+    // Readable and writable for a process of another user, too.
+    fs::permissions(root, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                              fs::perms::others_read | fs::perms::others_exec);
+    std::ofstream(ready).close();
+    fs::permissions(ready, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read |
+                               fs::perms::group_write | fs::perms::others_read | fs::perms::others_write);
+  }
+
+  void TearDown() override {
+    for (pid_t group : groups) {
+      ::kill(-group, SIGKILL);
+      ::waitpid(group, nullptr, 0);  // detached trees are init's to reap
+    }
+    fs::remove_all(root);
+  }
+
+  // The actor, copied under a name that tells the scan what it is.
+  std::string actor(const std::string& name) {
+    const fs::path path = root / "bin" / name;
+    fs::copy_file(TIDEWATCH_LIVE_WORLD, path);
+    fs::permissions(path, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                              fs::perms::others_read | fs::perms::others_exec);
+    return path;
+  }
+
+  // Starts argv in a process group of its own, in `cwd`, as `uid` when given. A detached tree
+  // is handed to init, so it is not in this program's subtree (which the guard protects).
+  pid_t start(std::vector<std::string> argv, const fs::path& cwd, std::optional<uid_t> uid = std::nullopt,
+              bool detached = false) {
+    int report[2];
+    if (::pipe(report) != 0) return -1;
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::close(report[0]);
+      if (detached && ::fork() != 0) _exit(0);
+      ::setpgid(0, 0);
+      const pid_t self = ::getpid();
+      if (::write(report[1], &self, sizeof self) != sizeof self) _exit(6);
+      ::close(report[1]);
+      if (::chdir(cwd.c_str()) != 0) _exit(3);
+      if (uid && (::setgid(*uid) != 0 || ::setuid(*uid) != 0)) _exit(5);
+      ::setenv("TW_READY", ready.c_str(), 1);
+      std::vector<char*> args;
+      for (auto& arg : argv) args.push_back(arg.data());
+      args.push_back(nullptr);
+      ::execv(args[0], args.data());
+      _exit(4);
+    }
+    ::close(report[1]);
+    pid_t started = -1;
+    if (::read(report[0], &started, sizeof started) != sizeof started) started = -1;
+    ::close(report[0]);
+    if (detached) ::waitpid(pid, nullptr, 0);
+    groups.push_back(started);
+    return started;
+  }
+
+  // pid -> ports, once `lines` listeners have announced themselves.
+  std::map<pid_t, std::vector<int>> awaitListeners(size_t lines) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+      std::ifstream in(ready);
+      std::map<pid_t, std::vector<int>> announced;
+      std::string line;
+      size_t count = 0;
+      while (std::getline(in, line)) {
+        std::istringstream words(line);
+        pid_t pid = 0;
+        words >> pid;
+        for (int port; words >> port;) announced[pid].push_back(port);
+        ++count;
+      }
+      if (count >= lines) return announced;
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    ADD_FAILURE() << "listeners did not come up";
+    return {};
+  }
+
+  nlohmann::json scan() {
+    const std::string command = std::string(TIDEWATCH_BINARY_DIR) + "/app/tidewatch scan --json --all";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    std::string out;
+    char buffer[65536];
+    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
+    EXPECT_EQ(::pclose(pipe), 0);
+    return nlohmann::json::parse(out);
+  }
+
+  static std::vector<nlohmann::json> rowsOf(const nlohmann::json& report, pid_t pid) {
+    std::vector<nlohmann::json> rows;
+    for (const auto& row : report["listeners"]) {
+      if (row["process"]["identity"]["pid"] == pid) rows.push_back(row);
+    }
+    return rows;
+  }
+
+  static nlohmann::json rowOnPort(const std::vector<nlohmann::json>& rows, int port) {
+    for (const auto& row : rows) {
+      if (row["port"] == port) return row;
+    }
+    ADD_FAILURE() << "no row on port " << port;
+    return nlohmann::json::object();
+  }
+
+  fs::path root;
+  fs::path ready;
+  std::vector<pid_t> groups;
+};
+
+}  // namespace tidewatch::testing
