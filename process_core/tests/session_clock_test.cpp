@@ -1,0 +1,188 @@
+#include "process_core/session_clock.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include "process_core/manual_session_clock.h"
+#include "process_core/one_shot.h"
+
+namespace tidewatch {
+namespace {
+
+using namespace std::chrono_literals;
+using WakeReason = PokeableWait::WakeReason;
+
+// Generous: only reached when something hangs.
+constexpr auto hangLimit = 10s;
+
+template <typename T>
+T resultOf(std::future<T>& future) {
+  if (future.wait_for(hangLimit) != std::future_status::ready) {
+    ADD_FAILURE() << "the wait never ended";
+    std::abort();
+  }
+  return future.get();
+}
+
+struct Sleeping {
+  ManualSessionClock manual;
+  SessionClock clock = manual.clock();
+  PokeableWait wait;
+
+  std::future<WakeReason> sleep(SessionClock::Duration interval, std::stop_token stop = {}) {
+    return std::async(std::launch::async, [this, interval, stop] { return wait.sleep(clock, interval, stop); });
+  }
+};
+
+TEST(PokeableWait, EndsOnTheTickAtTheFullInterval) {
+  Sleeping s;
+  s.wait.begin();
+  auto reason = s.sleep(1s);
+  ASSERT_TRUE(s.manual.waitForSleepers(1));
+  s.manual.advance(999ms);
+  EXPECT_EQ(reason.wait_for(1ms), std::future_status::timeout);
+  s.manual.advance(1ms);
+  EXPECT_EQ(resultOf(reason), WakeReason::ticked);
+  EXPECT_EQ(s.manual.requestedSleeps(), std::vector<SessionClock::Duration>{1s});
+}
+
+TEST(PokeableWait, APokeEndsTheSleepAtOnceAndStopsItsClock) {
+  Sleeping s;
+  s.wait.begin();
+  auto reason = s.sleep(10s);
+  ASSERT_TRUE(s.manual.waitForSleepers(1));
+  s.wait.poke();
+  EXPECT_EQ(resultOf(reason), WakeReason::poked);
+  EXPECT_EQ(s.manual.sleeperCount(), 0u) << "the clock's sleep was stopped, so no tick comes later";
+  EXPECT_FALSE(s.wait.takePendingPoke()) << "the poke was spent on the sleep";
+}
+
+TEST(PokeableWait, PokesAreDroppedBeforeBeginAndKeptOnceAfter) {
+  PokeableWait wait;
+  wait.poke();
+  wait.begin();
+  EXPECT_FALSE(wait.takePendingPoke()) << "a poke before the first wait is not remembered";
+
+  wait.poke();
+  wait.poke();
+  EXPECT_TRUE(wait.takePendingPoke());
+  EXPECT_FALSE(wait.takePendingPoke()) << "two pokes are one";
+
+  wait.poke();
+  EXPECT_TRUE(wait.beginWork());
+  EXPECT_FALSE(wait.takePendingPoke()) << "work that starts satisfies the poke";
+
+  ManualSessionClock manual;
+  wait.poke();
+  EXPECT_EQ(wait.sleep(manual.clock(), 1s, {}), WakeReason::poked);
+  EXPECT_TRUE(manual.requestedSleeps().empty()) << "a kept poke ends the next sleep before it starts";
+}
+
+TEST(PokeableWait, TheSleepersStopCancelsAtOnceAndForGood) {
+  Sleeping s;
+  s.wait.begin();
+  std::stop_source consumer;
+  auto reason = s.sleep(10s, consumer.get_token());
+  ASSERT_TRUE(s.manual.waitForSleepers(1));
+  consumer.request_stop();
+  EXPECT_EQ(resultOf(reason), WakeReason::cancelled);
+  EXPECT_EQ(s.manual.sleeperCount(), 0u);
+  EXPECT_FALSE(s.wait.beginWork()) << "a cancelled consumer starts no work";
+
+  std::stop_source stopped;
+  stopped.request_stop();
+  PokeableWait fresh;
+  fresh.begin();
+  EXPECT_EQ(fresh.sleep(s.clock, 1s, stopped.get_token()), WakeReason::cancelled);
+  EXPECT_EQ(s.manual.requestedSleeps().size(), 1u) << "a stopped sleeper never reaches the clock";
+}
+
+TEST(PokeableWait, CloseEndsTheSleepAndDropsLaterPokes) {
+  Sleeping s;
+  s.wait.begin();
+  auto reason = s.sleep(10s);
+  ASSERT_TRUE(s.manual.waitForSleepers(1));
+  s.wait.close();
+  EXPECT_EQ(resultOf(reason), WakeReason::cancelled);
+  EXPECT_TRUE(s.wait.isClosed());
+  EXPECT_FALSE(s.wait.begin());
+  s.wait.poke();
+  EXPECT_FALSE(s.wait.takePendingPoke());
+  EXPECT_EQ(s.wait.sleep(s.clock, 1s, {}), WakeReason::cancelled);
+}
+
+TEST(PokeableWait, AClockFailingOnItsOwnLeavesTheSleepToAPoke) {
+  PokeableWait wait;
+  wait.begin();
+  std::atomic<bool> clockReturned = false;
+  SessionClock failing{[&](SessionClock::Duration, std::stop_token) {
+    clockReturned = true;
+    return false;
+  }};
+  auto reason = std::async(std::launch::async, [&] { return wait.sleep(failing, 1s, {}); });
+  while (!clockReturned) std::this_thread::yield();
+  EXPECT_EQ(reason.wait_for(1ms), std::future_status::timeout);
+  wait.poke();
+  EXPECT_EQ(resultOf(reason), WakeReason::poked);
+}
+
+// Pokes race ticks and a final stop; every sleep must end with one reason and nothing may hang.
+TEST(PokeableWait, PokesRacingTicksAndAStopNeverHang) {
+  Sleeping s;
+  s.wait.begin();
+  std::stop_source consumer;
+  std::atomic<int> wakes = 0;
+  std::atomic<bool> done = false;
+  auto sleeper = std::async(std::launch::async, [&] {
+    while (s.wait.sleep(s.clock, 1ms, consumer.get_token()) != WakeReason::cancelled) ++wakes;
+  });
+  auto poker = std::async(std::launch::async, [&] {
+    while (!done) s.wait.poke();
+  });
+  const auto giveUp = std::chrono::steady_clock::now() + hangLimit;
+  while (wakes < 500 && std::chrono::steady_clock::now() < giveUp) s.manual.advance(1ms);
+  consumer.request_stop();
+  resultOf(sleeper);
+  done = true;
+  resultOf(poker);
+  EXPECT_GE(wakes, 500);
+  EXPECT_EQ(s.manual.sleeperCount(), 0u);
+}
+
+TEST(OneShot, TheFirstOfAValueAndAStoppedWaitWins) {
+  OneShot<int> early;
+  EXPECT_TRUE(early.resume(1));
+  EXPECT_FALSE(early.resume(2));
+  EXPECT_EQ(early.value({}), 1);
+
+  auto late = std::make_shared<OneShot<int>>();
+  auto waiting = std::async(std::launch::async, [late] { return late->value({}); });
+  startDetached([late] { late->resume(7); });
+  EXPECT_EQ(resultOf(waiting), 7);
+
+  auto abandoned = std::make_shared<OneShot<int>>();
+  std::stop_source stop;
+  auto gaveUp = std::async(std::launch::async, [abandoned, token = stop.get_token()] { return abandoned->value(token); });
+  stop.request_stop();
+  EXPECT_EQ(resultOf(gaveUp), std::nullopt);
+  EXPECT_FALSE(abandoned->resume(3)) << "a value after the waiter left is dropped";
+}
+
+TEST(ContinuousClock, SleepsTheDurationAndEndsAtOnceOnAStop) {
+  const SessionClock clock = SessionClock::continuous();
+  const auto started = std::chrono::steady_clock::now();
+  EXPECT_TRUE(clock.sleep(2ms, {}));
+  EXPECT_GE(std::chrono::steady_clock::now() - started, 2ms);
+  EXPECT_TRUE(clock.sleep(-1s, {}));
+
+  std::stop_source stop;
+  auto sleeping = std::async(std::launch::async, [&] { return clock.sleep(1h, stop.get_token()); });
+  stop.request_stop();
+  EXPECT_FALSE(resultOf(sleeping));
+}
+
+}  // namespace
+}  // namespace tidewatch
