@@ -1,0 +1,187 @@
+#include "tidewatch_kit/port_scan_session.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "process_core/one_shot.h"
+#include "process_core/power_profile.h"
+
+namespace tidewatch {
+
+ListenerActivityFold::Step ListenerActivityFold::step(const ScanResult& result, const ActivitySamples& previousSamples) {
+  Step step;
+  for (const PortListener& listener : result.listeners) {
+    if (listener.workerPoolSize > 1) continue;  // pools show no CPU
+    std::string id = listener.id();
+    if (!listener.process.cpuTimeNanos) {
+      step.activity[std::move(id)] = ScanFrame::Activity{};
+      continue;
+    }
+    const ActivityEstimator::Sample current{*listener.process.cpuTimeNanos, result.scannedAt};
+    std::optional<ActivityEstimator::Sample> previous;
+    if (auto found = previousSamples.find(id); found != previousSamples.end()) previous = found->second;
+    const auto percent = ActivityEstimator::cpuPercent(previous, current);
+    step.samples[id] = current;
+    step.activity[std::move(id)] =
+        percent ? ScanFrame::Activity{ActivityEstimator::bucket(*percent), percent} : ScanFrame::Activity{};
+  }
+  return step;
+}
+
+// What the consumer and every poker share. The wait holds the flags that pokes and cancellation
+// touch; `iteratorMade` has its own lock.
+struct PortScanSession::Shared {
+  Dependencies dependencies;
+  std::optional<DefaultFilterSetting> setting;
+  std::optional<FilterCategory> lastUsed;
+  PokeableWait wait;
+  std::mutex iteratorLock;
+  bool iteratorMade = false;
+
+  std::optional<ScanFrame::Trigger> awaitNextTrigger(bool isFirst, std::stop_token stop) {
+    if (!wait.begin()) return std::nullopt;
+    if (stop.stop_requested()) {
+      wait.close();
+      return std::nullopt;
+    }
+    if (isFirst) return ScanFrame::Trigger::initial;
+    if (wait.takePendingPoke()) return ScanFrame::Trigger::poke;
+    const bool lowPower = dependencies.isLowPowerModeEnabled();
+    const auto interval = cadenceInterval(lowPower, lowPower ? BatteryMode::balanced : dependencies.batteryMode());
+    switch (wait.sleep(dependencies.clock, interval, stop)) {
+      case PokeableWait::WakeReason::ticked: return ScanFrame::Trigger::cadence;
+      case PokeableWait::WakeReason::poked: return ScanFrame::Trigger::poke;
+      case PokeableWait::WakeReason::cancelled: break;
+    }
+    wait.close();
+    return std::nullopt;
+  }
+
+  // Absent when the stream ends here; a scan still running then finishes on its own thread.
+  std::optional<ScanFrame::Payload> performScan(std::stop_token stop) {
+    // Every poke so far is satisfied by this scan; one that comes during it yields one more.
+    if (!wait.beginWork() || stop.stop_requested()) {
+      wait.close();
+      return std::nullopt;
+    }
+    auto handOver = std::make_shared<OneShot<ScanFrame::Payload>>();
+    startDetached([scan = dependencies.scan, handOver] {
+      try {
+        handOver->resume(scan());
+      } catch (...) {
+        handOver->resume(ScanError(ScanError::Code::enumerationUnavailable));
+      }
+    });
+    auto payload = handOver->value(stop);
+    if (!payload || stop.stop_requested()) {  // a value that came too late is dropped
+      wait.close();
+      return std::nullopt;
+    }
+    return payload;
+  }
+};
+
+// One pull at a time; the fields below `lock_` belong to the pull in flight.
+class PortScanSession::Driver {
+ public:
+  explicit Driver(std::shared_ptr<Shared> session) : session_(std::move(session)) {}
+
+  std::optional<ScanFrame> next(std::stop_token stop) {
+    {
+      std::lock_guard lock(lock_);
+      if (terminated_ || nextInFlight_) return std::nullopt;
+      nextInFlight_ = true;
+    }
+    Pull pull{*this};
+
+    const auto trigger = session_->awaitNextTrigger(isFirst_, stop);
+    if (!trigger) return std::nullopt;
+    isFirst_ = false;
+    auto payload = session_->performScan(stop);
+    if (!payload) return std::nullopt;
+
+    ScanFrame frame{std::move(*payload), *trigger, std::nullopt, {}};
+    if (const ScanResult* result = frame.scanned()) {
+      auto step = ListenerActivityFold::step(*result, previousSamples_);
+      previousSamples_ = std::move(step.samples);
+      frame.activity = std::move(step.activity);
+      if (startingFilterArmed_) {
+        startingFilterArmed_ = false;
+        const bool hasAttributedListeners =
+            std::any_of(result->listeners.begin(), result->listeners.end(), [](const PortListener& listener) {
+              return listener.visibility == VisibilityClass::defaultVisible && listener.agentOrigin.has_value();
+            });
+        frame.startingFilter =
+            ListenerDefaultFilterResolver::resolve(session_->setting, hasAttributedListeners, session_->lastUsed);
+      }
+    }
+    // A failed frame keeps the samples and the starting filter armed for the next good one.
+    pull.delivered = true;
+    return frame;
+  }
+
+ private:
+  // Ends the pull in flight; unless it delivered a frame, the stream is over.
+  struct Pull {
+    Driver& driver;
+    bool delivered = false;
+    ~Pull() {
+      std::lock_guard lock(driver.lock_);
+      if (!delivered) driver.terminated_ = true;
+      driver.nextInFlight_ = false;
+    }
+  };
+
+  std::shared_ptr<Shared> session_;
+  std::mutex lock_;
+  bool nextInFlight_ = false;
+  bool terminated_ = false;
+  bool isFirst_ = true;
+  ActivitySamples previousSamples_;
+  bool startingFilterArmed_ = true;
+};
+
+std::optional<ScanFrame> PortScanSession::AsyncIterator::next(std::stop_token stop) {
+  if (!driver_) return std::nullopt;
+  return driver_->next(std::move(stop));
+}
+
+PortScanSession::Dependencies PortScanSession::Dependencies::live(PortEngine engine,
+                                                                  std::function<BatteryMode()> batteryMode) {
+  return Dependencies{[engine = std::move(engine)] { return engine.scan(true); }, SessionClock::continuous(),
+                      [] { return PowerProfile::isLowPowerModeEnabled(); }, std::move(batteryMode)};
+}
+
+PortScanSession::PortScanSession(Dependencies dependencies, std::optional<DefaultFilterSetting> setting,
+                                 std::optional<FilterCategory> lastUsed)
+    : shared_(std::make_shared<Shared>()) {
+  shared_->dependencies = std::move(dependencies);
+  shared_->setting = setting;
+  shared_->lastUsed = lastUsed;
+}
+
+PortScanSession::PortScanSession(PortEngine engine, std::optional<DefaultFilterSetting> setting,
+                                 std::optional<FilterCategory> lastUsed, std::function<BatteryMode()> batteryMode)
+    : PortScanSession(Dependencies::live(std::move(engine), std::move(batteryMode)), setting, lastUsed) {}
+
+PortScanSession::~PortScanSession() = default;
+
+PortScanSession::AsyncIterator PortScanSession::makeAsyncIterator() {
+  AsyncIterator iterator;
+  std::lock_guard lock(shared_->iteratorLock);
+  if (!shared_->iteratorMade) {
+    shared_->iteratorMade = true;
+    iterator.driver_ = std::make_shared<Driver>(shared_);
+  }
+  return iterator;
+}
+
+void PortScanSession::poke() { shared_->wait.poke(); }
+
+SessionClock::Duration PortScanSession::cadenceInterval(bool lowPower, BatteryMode mode) {
+  using std::chrono::seconds;
+  if (lowPower || mode == BatteryMode::batterySaver) return seconds(10);
+  return seconds(1);
+}
+
+}  // namespace tidewatch
