@@ -28,7 +28,7 @@ const std::array<Kind, 6> kinds{{
     {"/home/dev/go/bin/api-server", Runtime::go, std::nullopt, std::nullopt, "Go", {"api-server", "-listen", ":9090"}},
     {"/usr/bin/ruby3.1", Runtime::ruby, Framework::rails, std::nullopt, "Rails",
      {"ruby", "bin/rails", "server", "-p", "3000"}},
-    {"/opt/tools/bin/Sync\xC3\xA9Helper", std::nullopt, std::nullopt, std::nullopt, "Unknown", {"SyncéHelper", "--daemon"}},
+    {"/opt/tools/bin/Sync\u00E9Daemon", std::nullopt, std::nullopt, std::nullopt, "Unknown", {"SyncéDaemon", "--daemon"}},
 }};
 
 ScanResult desktopScan(int rows) {
