@@ -37,29 +37,6 @@ struct Sleeping {
   }
 };
 
-TEST(PokeableWait, EndsOnTheTickAtTheFullInterval) {
-  Sleeping s;
-  s.wait.begin();
-  auto reason = s.sleep(1s);
-  ASSERT_TRUE(s.manual.waitForSleepers(1));
-  s.manual.advance(999ms);
-  EXPECT_EQ(reason.wait_for(1ms), std::future_status::timeout);
-  s.manual.advance(1ms);
-  EXPECT_EQ(resultOf(reason), WakeReason::ticked);
-  EXPECT_EQ(s.manual.requestedSleeps(), std::vector<SessionClock::Duration>{1s});
-}
-
-TEST(PokeableWait, APokeEndsTheSleepAtOnceAndStopsItsClock) {
-  Sleeping s;
-  s.wait.begin();
-  auto reason = s.sleep(10s);
-  ASSERT_TRUE(s.manual.waitForSleepers(1));
-  s.wait.poke();
-  EXPECT_EQ(resultOf(reason), WakeReason::poked);
-  EXPECT_EQ(s.manual.sleeperCount(), 0u) << "the clock's sleep was stopped, so no tick comes later";
-  EXPECT_FALSE(s.wait.takePendingPoke()) << "the poke was spent on the sleep";
-}
-
 TEST(PokeableWait, PokesAreDroppedBeforeBeginAndKeptOnceAfter) {
   PokeableWait wait;
   wait.poke();
@@ -81,37 +58,28 @@ TEST(PokeableWait, PokesAreDroppedBeforeBeginAndKeptOnceAfter) {
   EXPECT_TRUE(manual.requestedSleeps().empty()) << "a kept poke ends the next sleep before it starts";
 }
 
-TEST(PokeableWait, TheSleepersStopCancelsAtOnceAndForGood) {
+TEST(PokeableWait, AStopOrACloseEndsTheSleepForGood) {
   Sleeping s;
   s.wait.begin();
   std::stop_source consumer;
-  auto reason = s.sleep(10s, consumer.get_token());
+  auto stopped = s.sleep(10s, consumer.get_token());
   ASSERT_TRUE(s.manual.waitForSleepers(1));
   consumer.request_stop();
-  EXPECT_EQ(resultOf(reason), WakeReason::cancelled);
-  EXPECT_EQ(s.manual.sleeperCount(), 0u);
+  EXPECT_EQ(resultOf(stopped), WakeReason::cancelled);
+  EXPECT_EQ(s.manual.sleeperCount(), 0u) << "the clock's sleep was stopped too";
   EXPECT_FALSE(s.wait.beginWork()) << "a cancelled consumer starts no work";
 
-  std::stop_source stopped;
-  stopped.request_stop();
-  PokeableWait fresh;
-  fresh.begin();
-  EXPECT_EQ(fresh.sleep(s.clock, 1s, stopped.get_token()), WakeReason::cancelled);
-  EXPECT_EQ(s.manual.requestedSleeps().size(), 1u) << "a stopped sleeper never reaches the clock";
-}
-
-TEST(PokeableWait, CloseEndsTheSleepAndDropsLaterPokes) {
-  Sleeping s;
-  s.wait.begin();
-  auto reason = s.sleep(10s);
-  ASSERT_TRUE(s.manual.waitForSleepers(1));
-  s.wait.close();
-  EXPECT_EQ(resultOf(reason), WakeReason::cancelled);
-  EXPECT_TRUE(s.wait.isClosed());
-  EXPECT_FALSE(s.wait.begin());
-  s.wait.poke();
-  EXPECT_FALSE(s.wait.takePendingPoke());
-  EXPECT_EQ(s.wait.sleep(s.clock, 1s, {}), WakeReason::cancelled);
+  Sleeping c;
+  c.wait.begin();
+  auto closed = c.sleep(10s);
+  ASSERT_TRUE(c.manual.waitForSleepers(1));
+  c.wait.close();
+  EXPECT_EQ(resultOf(closed), WakeReason::cancelled);
+  EXPECT_FALSE(c.wait.begin());
+  c.wait.poke();
+  EXPECT_FALSE(c.wait.takePendingPoke()) << "pokes after the close are dropped";
+  EXPECT_EQ(c.wait.sleep(c.clock, 1s, {}), WakeReason::cancelled);
+  EXPECT_EQ(c.manual.requestedSleeps().size(), 1u) << "a closed wait never reaches the clock";
 }
 
 TEST(PokeableWait, AClockFailingOnItsOwnLeavesTheSleepToAPoke) {

@@ -90,12 +90,6 @@ class Row {
   PortListener listener_;
 };
 
-inline std::vector<int> ports(const std::vector<PortListener>& listeners) {
-  std::vector<int> result;
-  for (const auto& listener : listeners) result.push_back(listener.port);
-  return result;
-}
-
 inline std::vector<int32_t> pids(const std::vector<PortListener>& listeners) {
   std::vector<int32_t> result;
   for (const auto& listener : listeners) result.push_back(listener.process.identity.pid);
