@@ -27,16 +27,17 @@ for _ in $(seq 100); do [ -S "$home/.local/state/tidewatch/runtime/agent-events.
 echo "== $(nproc) cores, $(uname -sr)"
 echo "== whole processes, no shell (the relay sends a connection test to the live server)"
 hyperfine -N --warmup 100 --runs 2000 --export-json "$home/direct.json" \
-  /bin/true "python3 -c pass" "$tidewatch agent-event --provider claude --protocol 1 --test"
+  /bin/true "$tidewatch agent-event --provider claude --protocol 1 --test"
+hyperfine -N --warmup 5 --runs 100 --export-json "$home/python.json" "python3 -c pass"
 echo "== with a hook document on standard input (shell start-up subtracted by hyperfine)"
 hyperfine --warmup 100 --runs 1000 --export-json "$home/stdin.json" \
   "/bin/true < $home/hook.json" "$tidewatch agent-event --provider claude --protocol 1 < $home/hook.json"
 
-python3 - "$home/direct.json" "$home/stdin.json" <<'PY'
+python3 - "$home/direct.json" "$home/stdin.json" "$home/python.json" <<'PY'
 import json, sys
 direct = {r["command"]: r for r in json.load(open(sys.argv[1]))["results"]}
 stdin = [r for r in json.load(open(sys.argv[2]))["results"]]
-true, python = direct["/bin/true"], direct["python3 -c pass"]
+true, python = direct["/bin/true"], json.load(open(sys.argv[3]))["results"][0]
 relay = next(r for c, r in direct.items() if "--test" in c)
 ms = lambda r: f'{r["mean"]*1e3:.3f} ms (median {r["median"]*1e3:.3f})'
 print(f"/bin/true            {ms(true)}")

@@ -67,13 +67,36 @@ TEST(AgentHookRelayTest, ParseReadsTheFourOptions) {
   }
 }
 
-TEST(AgentHookRelayTest, SendsOneEnvelopeForAHookEvent) {
-  FakeSystem system;
-  system.input = R"({"session_id":"s-1","cwd":"/home/ada/code/tidewatch/src","hook_event_name":"Stop"})";
-  system.existing = {"/home/ada/code/tidewatch/.git"};
-  EXPECT_EQ(system.relay(claude),
-            (AgentHookProtocol::Envelope{1, AgentKind::claude, EventKind::turnEnded, "s-1", "tidewatch", 777}));
-  EXPECT_EQ(system.sentTo, "/home/ada/rt/agent-events.sock");
+TEST(AgentHookRelayTest, SendsOneEnvelopePerHookEvent) {
+  using Envelope = AgentHookProtocol::Envelope;
+  struct Case {
+    Args arguments;
+    std::string input;
+    Envelope envelope;
+    int inputReads;
+  };
+  const Args test{"--provider", "codex", "--protocol", "1", "--test"};
+  const Args idleHint{"--provider", "claude", "--protocol", "1", "--hint", "idle_prompt"};
+  const Case cases[] = {
+      {claude, R"({"session_id":"s-1","cwd":"/home/ada/code/tidewatch/src","hook_event_name":"Stop"})",
+       {1, AgentKind::claude, EventKind::turnEnded, "s-1", "tidewatch", 777}, 1},
+      // A connection test never reads its input, which may stay open.
+      {test, "", {1, AgentKind::codex, EventKind::connectionTest, "tidewatch-connection-test", std::nullopt, 777}, 0},
+      // The hint outranks what the document says.
+      {idleHint, R"({"session_id":"s","hook_event_name":"Notification","notification_type":"permission_prompt"})",
+       {1, AgentKind::claude, EventKind::idleNotification, "s", std::nullopt, 777}, 1},
+      // A working directory without a project still sends the event.
+      {claude, R"({"session_id":"s","hook_event_name":"SessionStart","cwd":"/gone/away"})",
+       {1, AgentKind::claude, EventKind::sessionStart, "s", std::nullopt, 777}, 1},
+  };
+  for (const auto& [arguments, input, envelope, inputReads] : cases) {
+    FakeSystem system;
+    system.input = input;
+    system.existing = {"/home/ada/code/tidewatch/.git"};
+    EXPECT_EQ(system.relay(arguments), envelope) << input;
+    EXPECT_EQ(system.inputReads, inputReads) << input;
+    EXPECT_EQ(system.sentTo, "/home/ada/rt/agent-events.sock");
+  }
 }
 
 TEST(AgentHookRelayTest, DropsSilentlyWhatDoesNotMakeAnEvent) {
@@ -100,31 +123,6 @@ TEST(AgentHookRelayTest, DropsSilentlyWhatDoesNotMakeAnEvent) {
     EXPECT_TRUE(system.sent.empty()) << input;
     EXPECT_EQ(system.inputReads, readsInput ? 1 : 0) << input;
   }
-}
-
-TEST(AgentHookRelayTest, ConnectionTestNeverReadsInput) {
-  FakeSystem system;
-  Args arguments = claude;
-  arguments.push_back("--test");
-  EXPECT_EQ(system.relay(arguments), (AgentHookProtocol::Envelope{1, AgentKind::claude, EventKind::connectionTest,
-                                                                   "tidewatch-connection-test", std::nullopt, 777}));
-  EXPECT_EQ(system.inputReads, 0);
-}
-
-TEST(AgentHookRelayTest, HintOutranksTheDocumentsNotificationType) {
-  FakeSystem system;
-  system.input = R"({"session_id":"s","hook_event_name":"Notification","notification_type":"permission_prompt"})";
-  Args arguments = claude;
-  arguments.insert(arguments.end(), {"--hint", "idle_prompt"});
-  EXPECT_EQ(system.relay(arguments)->event, EventKind::idleNotification);
-}
-
-TEST(AgentHookRelayTest, AMissingProjectStillSendsTheEvent) {
-  FakeSystem system;
-  system.input = R"({"session_id":"s","hook_event_name":"SessionStart","cwd":"/gone/away"})";
-  const auto envelope = system.relay(claude);
-  ASSERT_TRUE(envelope);
-  EXPECT_EQ(envelope->projectName, std::nullopt);
 }
 
 TEST(AgentHookRelayTest, InputUpToOneMebibyteIsDecoded) {

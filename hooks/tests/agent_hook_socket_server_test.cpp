@@ -113,20 +113,19 @@ TEST(AgentHookSocketServerTest, AFailedBindClosesAndRemovesThePath) {
 }
 
 TEST(AgentHookSocketServerTest, StartErrorsSpeakTheApplicationsWords) {
-  EXPECT_EQ(Server::message(StartError::runtimeDirectoryIsSymlink),
+  using F = Server::StartFailure;
+  EXPECT_EQ(F{StartError::runtimeDirectoryIsSymlink}.message(), F{StartError::runtimeDirectoryUnavailable}.message());
+  EXPECT_EQ(F{StartError::runtimeDirectoryNotOwnedByUser}.message(),
             "Tidewatch's runtime folder in Application Support is unusable.");
-  EXPECT_EQ(Server::message(StartError::runtimeDirectoryNotOwnedByUser),
-            Server::message(StartError::runtimeDirectoryUnavailable));
-  EXPECT_EQ(Server::message(StartError::stalePathIsNotAnOwnedSocket),
-            "Something else occupies Tidewatch's event-endpoint path.");
-  EXPECT_EQ(Server::message(StartError::socketUnavailable), "The local event endpoint couldn't be created.");
-  EXPECT_EQ(Server::StartFailure{}.message(), "The local event endpoint couldn't start.");
+  EXPECT_EQ(F{StartError::stalePathIsNotAnOwnedSocket}.message(), "Something else occupies Tidewatch's event-endpoint path.");
+  EXPECT_EQ(F{StartError::socketUnavailable}.message(), "The local event endpoint couldn't be created.");
+  EXPECT_EQ(F{}.message(), "The local event endpoint couldn't start.");
 }
 
-// Real sockets in a scratch directory, with a clock the test moves by hand.
+// Real sockets in a scratch directory, a started server, and a clock the test moves by hand.
 class LiveServer : public ::testing::Test {
  protected:
-  LiveServer() {
+  void SetUp() override {
     auto dependencies = Server::Dependencies::live();
     dependencies.uptime = [this] { return std::chrono::steady_clock::time_point(std::chrono::milliseconds(clock_)); };
     dependencies.receive = [this, live = dependencies.receive](int fd, char* buffer, size_t length) {
@@ -139,14 +138,19 @@ class LiveServer : public ::testing::Test {
       return fd;
     };
     server_ = std::make_unique<Server>(paths_, dependencies, deliveries_.handler());
+    ASSERT_EQ(server_->start(), std::nullopt);
   }
 
-  Server& server() { return *server_; }
-  bool accepted(size_t n) {
-    return testing::eventually([&] { return server().connectionCount() == n; });
+  // A client that has sent these bytes, and ended its stream when `finish` is set.
+  int client(std::string_view bytes, bool finish = true) {
+    const int fd = testing::connectClient(paths_.socketPath);
+    EXPECT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+    if (finish) ::shutdown(fd, SHUT_WR);
+    return fd;
   }
-  static bool sendAll(int fd, std::string_view bytes) {
-    return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+  void advance(int64_t milliseconds) {
+    clock_ += milliseconds;
+    server_->sync([] {});  // limits that fell due have run
   }
 
   const AgentHookProtocol::Envelope envelope_{1, AgentKind::codex, AgentHookProtocol::EventKind::sessionStart,
@@ -162,8 +166,7 @@ class LiveServer : public ::testing::Test {
 };
 
 TEST_F(LiveServer, DeliversAtEndOfStreamAndCleansUp) {
-  ASSERT_EQ(server().start(), std::nullopt);
-  ASSERT_EQ(server().start(), std::nullopt);  // a second start changes nothing
+  ASSERT_EQ(server_->start(), std::nullopt);  // a second start changes nothing
   struct stat status{};
   ASSERT_EQ(::lstat(paths_.runtimeDirectory.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0700u);
@@ -171,86 +174,70 @@ TEST_F(LiveServer, DeliversAtEndOfStreamAndCleansUp) {
   EXPECT_TRUE(S_ISSOCK(status.st_mode));
   EXPECT_EQ(status.st_mode & 0777, 0600u);
 
-  const int empty = testing::connectClient(paths_.socketPath);
-  ::shutdown(empty, SHUT_WR);
+  const int empty = client("");
   EXPECT_TRUE(testing::closedByServer(empty));
   ::close(empty);
   EXPECT_TRUE(AgentHookRelay::send(bytes_, paths_.socketPath, 0.5));
   EXPECT_EQ(deliveries_.waitFor(1), std::vector{envelope_});  // the empty one delivered nothing
 
-  server().stop();
-  server().stop();
+  server_->stop();
+  server_->stop();
   EXPECT_NE(::lstat(paths_.socketPath.c_str(), &status), 0);
   EXPECT_FALSE(AgentHookRelay::send(bytes_, paths_.socketPath, 0.5));
-  ASSERT_EQ(server().start(), std::nullopt);  // a stopped server starts again
-  EXPECT_TRUE(server().isListening());
+  ASSERT_EQ(server_->start(), std::nullopt);  // a stopped server starts again
+  EXPECT_TRUE(server_->isListening());
 }
 
 TEST_F(LiveServer, HoldsSixteenConnectionsAndClosesTheSeventeenth) {
-  ASSERT_EQ(server().start(), std::nullopt);
   std::vector<int> clients;
   for (int i = 0; i < 17; ++i) clients.push_back(testing::connectClient(paths_.socketPath));
   EXPECT_TRUE(testing::closedByServer(clients.back()));
-  EXPECT_EQ(server().connectionCount(), 16u);
+  EXPECT_EQ(server_->connectionCount(), 16u);
   for (int i = 0; i < 16; ++i) {
-    EXPECT_TRUE(sendAll(clients[i], bytes_));
+    EXPECT_EQ(::send(clients[i], bytes_.data(), bytes_.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes_.size()));
     ::shutdown(clients[i], SHUT_WR);
   }
   EXPECT_EQ(deliveries_.waitFor(16).size(), 16u);
   for (int fd : clients) ::close(fd);
 }
 
-TEST_F(LiveServer, ClosesAPeerAtFourThousandNinetySevenBytes) {
-  ASSERT_EQ(server().start(), std::nullopt);
-  const int client = testing::connectClient(paths_.socketPath);
-  // A valid envelope padded with blanks: at 4,096 bytes it would pass.
-  EXPECT_TRUE(sendAll(client, bytes_ + std::string(4097 - bytes_.size(), ' ')));
-  EXPECT_TRUE(testing::closedByServer(client));
-  ::close(client);
+TEST_F(LiveServer, EndsOversizedAndSilentPeersWithoutDelivery) {
+  // A valid envelope padded with blanks is closed at 4,097 bytes, however the JSON looks.
+  const int oversized = client(bytes_ + std::string(4097 - bytes_.size(), ' '), false);
+  EXPECT_TRUE(testing::closedByServer(oversized));
+  ::close(oversized);
+
+  const int silent = client(bytes_, false);  // whole, but the stream never ends
+  ASSERT_TRUE(testing::eventually([&] { return server_->connectionCount() == 1; }));
+  advance(1999);
+  EXPECT_TRUE(testing::stillOpen(silent));
+  advance(1);
+  EXPECT_TRUE(testing::closedByServer(silent));
+  ::close(silent);
+
+  // 4,096 bytes still pass; it is the only delivery.
   EXPECT_TRUE(AgentHookRelay::send(bytes_ + std::string(4096 - bytes_.size(), ' '), paths_.socketPath, 0.5));
   EXPECT_EQ(deliveries_.waitFor(1).size(), 1u);
   EXPECT_EQ(deliveries_.count(), 1u);
 }
 
-TEST_F(LiveServer, DropsASilentPeerAfterTwoSecondsWithoutDelivery) {
-  ASSERT_EQ(server().start(), std::nullopt);
-  const int client = testing::connectClient(paths_.socketPath);
-  ASSERT_TRUE(sendAll(client, bytes_));  // whole, but the stream never ends
-  ASSERT_TRUE(accepted(1));
-  clock_ += 1999;
-  server().sync([] {});
-  EXPECT_TRUE(testing::stillOpen(client));
-  clock_ += 1;
-  server().sync([] {});
-  EXPECT_EQ(server().connectionCount(), 0u);
-  EXPECT_TRUE(testing::closedByServer(client));
-  ::close(client);
-  EXPECT_EQ(deliveries_.count(), 0u);
-}
-
 TEST_F(LiveServer, AnEarlierConnectionsLimitSparesANewerOneOnTheSameDescriptor) {
-  ASSERT_EQ(server().start(), std::nullopt);
-  const int earlier = testing::connectClient(paths_.socketPath);
-  ASSERT_TRUE(sendAll(earlier, bytes_));
-  ::shutdown(earlier, SHUT_WR);
+  const int earlier = client(bytes_);
   ASSERT_EQ(deliveries_.waitFor(1).size(), 1u);
   ::close(earlier);
-  clock_ += 1500;
+  advance(1500);
   const int newer = testing::connectClient(paths_.socketPath);
-  ASSERT_TRUE(accepted(1));
-  server().sync([&] { ASSERT_EQ(acceptedFDs_.size(), 2u); EXPECT_EQ(acceptedFDs_[0], acceptedFDs_[1]); });
-  clock_ += 500;  // the first connection's limit falls due
-  server().sync([] {});
+  ASSERT_TRUE(testing::eventually([&] { return server_->connectionCount() == 1; }));
+  server_->sync([&] { ASSERT_EQ(acceptedFDs_.size(), 2u); EXPECT_EQ(acceptedFDs_[0], acceptedFDs_[1]); });
+  advance(500);  // the earlier connection's limit falls due
   EXPECT_TRUE(testing::stillOpen(newer));
-  clock_ += 1500;  // and now the newer one's
-  server().sync([] {});
+  advance(1500);  // and now the newer one's
   EXPECT_TRUE(testing::closedByServer(newer));
   ::close(newer);
 }
 
 TEST_F(LiveServer, ClosesAPeerOfAnotherUserBeforeReading) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to connect as another user";
-  ASSERT_EQ(server().start(), std::nullopt);
   // Let the other user reach the socket at all; the server must refuse it by its credentials.
   for (const std::string& path : {scratch_.path(), scratch_.path() + "/state", paths_.runtimeDirectory}) {
     ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
@@ -259,16 +246,12 @@ TEST_F(LiveServer, ClosesAPeerOfAnotherUserBeforeReading) {
   const pid_t child = ::fork();
   if (child == 0) {
     if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(2);
-    const int fd = testing::connectClient(paths_.socketPath);
-    if (fd < 0) ::_exit(3);
-    (void)!::send(fd, bytes_.data(), bytes_.size(), MSG_NOSIGNAL);
-    ::shutdown(fd, SHUT_WR);
-    ::_exit(testing::closedByServer(fd) ? 0 : 4);
+    ::_exit(testing::closedByServer(client(bytes_)) ? 0 : 3);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_EQ(server().connectionCount(), 0u);
+  EXPECT_EQ(server_->connectionCount(), 0u);
   EXPECT_EQ(reads_.load(), 0);
   EXPECT_EQ(deliveries_.count(), 0u);
 }

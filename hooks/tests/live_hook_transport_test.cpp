@@ -4,8 +4,6 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <fstream>
-
 #include "hooks/agent_hook_relay.h"
 #include "hooks/tests/hook_test_support.h"
 
@@ -21,16 +19,8 @@ struct RelayRun {
   std::string output;  // standard output and standard error together
 };
 
-std::string readAll(int fd) {
-  std::string text;
-  char buffer[4096];
-  for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<size_t>(n));
-  return text;
-}
-
-// Runs `tidewatch agent-event <arguments>` with HOME set and the input on standard input; the
-// input stays open while the relay runs when keepInputOpen is set. Without the front executable
-// the relay runs in a forked copy of this process instead.
+// Runs `tidewatch agent-event <arguments>` with HOME set and the input on standard input, which
+// stays open while the relay runs when keepInputOpen is set.
 RelayRun runRelay(const std::vector<std::string>& arguments, const std::string& input, const std::string& home,
                   bool keepInputOpen = false) {
   ::signal(SIGPIPE, SIG_IGN);
@@ -42,7 +32,6 @@ RelayRun runRelay(const std::vector<std::string>& arguments, const std::string& 
     ::dup2(out[1], STDOUT_FILENO);
     ::dup2(out[1], STDERR_FILENO);
     ::setenv("HOME", home.c_str(), 1);
-    if (::access(frontExecutable.c_str(), X_OK) != 0) ::_exit(AgentHookRelay::run(arguments));
     std::vector<char*> argv{const_cast<char*>("tidewatch"), const_cast<char*>("agent-event")};
     for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
@@ -54,7 +43,10 @@ RelayRun runRelay(const std::vector<std::string>& arguments, const std::string& 
   (void)!::write(in[1], input.data(), input.size());
   if (!keepInputOpen) ::close(in[1]);
   RelayRun run;
-  run.output = readAll(out[0]);
+  for (char buffer[4096]; const ssize_t n = ::read(out[0], buffer, sizeof buffer);) {
+    if (n < 0) break;
+    run.output.append(buffer, static_cast<size_t>(n));
+  }
   int status = 0;
   ::waitpid(child, &status, 0);
   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -66,6 +58,7 @@ RelayRun runRelay(const std::vector<std::string>& arguments, const std::string& 
 class LiveTransport : public ::testing::Test {
  protected:
   void SetUp() override {
+    ASSERT_EQ(::access(frontExecutable.c_str(), X_OK), 0) << "build the target tidewatch first";
     home_ = scratch_.path() + "/home";
     ASSERT_EQ(::mkdir(home_.c_str(), 0700), 0);
     paths_ = AgentHookPathsLive::standard(home_);
