@@ -3,21 +3,10 @@
 #include <vector>
 
 #include "process_core/host_app_recognition.h"
+#include "process_core/text.h"
 
 namespace tidewatch::AgentProcessDetector {
 namespace {
-
-std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separator) {
-  std::vector<std::string_view> pieces;
-  size_t start = 0;
-  while (start <= text.size()) {
-    size_t end = text.find(separator, start);
-    if (end == std::string_view::npos) end = text.size();
-    if (end > start) pieces.push_back(text.substr(start, end - start));
-    start = end + 1;
-  }
-  return pieces;
-}
 
 // The managed command-line bundle and the executable name it must carry.
 struct ManagedCLIBundle {

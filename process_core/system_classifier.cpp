@@ -1,4 +1,5 @@
 #include "process_core/system_classifier.h"
+#include "process_core/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -13,13 +14,6 @@ constexpr std::array<std::string_view, 3> bundleIdentifiers{"com.raycast.macos",
                                                             "com.google.drivefs"};
 constexpr std::array<std::string_view, 3> pathFragments{"/raycast.app/contents/", "/dia.app/contents/",
                                                         "/google drive.app/contents/"};
-
-std::string asciiLowercased(std::string_view text) {
-  std::string result(text);
-  std::transform(result.begin(), result.end(), result.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return result;
-}
 
 }  // namespace
 

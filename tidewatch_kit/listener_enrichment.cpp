@@ -1,4 +1,5 @@
 #include "tidewatch_kit/listener_enrichment.h"
+#include "process_core/text.h"
 
 #include <arpa/inet.h>
 
@@ -9,21 +10,6 @@
 
 namespace tidewatch {
 namespace {
-
-std::string asciiLowercased(std::string_view text) {
-  std::string result(text);
-  std::transform(result.begin(), result.end(), result.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return result;
-}
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view whitespace = " \t\n\r\v\f";
-  const size_t first = text.find_first_not_of(whitespace);
-  if (first == std::string_view::npos) return {};
-  const size_t last = text.find_last_not_of(whitespace);
-  return text.substr(first, last - first + 1);
-}
 
 template <size_t N>
 bool isOneOf(std::string_view text, const std::array<std::string_view, N>& words) {
@@ -48,7 +34,7 @@ std::string_view argumentKey(std::string_view text) {
 }
 
 bool optsIntoHTTPS(std::string_view lowered) {
-  const std::string_view text = trimmed(lowered);
+  const std::string_view text = trimmedWhitespace(lowered);
   if (text.find("https://") != std::string_view::npos) return true;
   if (isOneOf(text, optInArguments)) return true;
   return isOneOf(argumentKey(text), certificateKeys);
@@ -129,7 +115,7 @@ std::string scheme(int port, const std::optional<std::vector<std::string>>& argv
   }
   // An explicit opt-out wins, even on a conventional HTTPS port.
   for (const auto& argument : arguments) {
-    if (isOneOf(trimmed(argument), optOutArguments)) return "http";
+    if (isOneOf(trimmedWhitespace(argument), optOutArguments)) return "http";
   }
   if (conventionalHTTPSPorts.contains(port)) return "https";
   for (const auto& argument : arguments) {

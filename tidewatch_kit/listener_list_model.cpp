@@ -1,6 +1,6 @@
 #include "tidewatch_kit/listener_list_model.h"
+#include "process_core/text.h"
 
-#include <utf8proc.h>
 
 #include <algorithm>
 #include <array>
@@ -16,67 +16,6 @@ constexpr std::array<std::string_view, 3> settingRaws{"agents", "all", "lastUsed
 
 constexpr std::string_view webServerGuess = "Web server?";
 
-// The Unicode White_Space property: blanks, line and paragraph separators and the ASCII controls
-// from tab to carriage return.
-bool isWhitespaceOrNewline(utf8proc_int32_t c) {
-  return (c >= 0x09 && c <= 0x0D) || c == 0x20 || c == 0x85 || c == 0xA0 || c == 0x1680 ||
-         (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F || c == 0x3000;
-}
-
-// Decodes one code point at `offset`; an invalid byte reads as -1 of length 1.
-utf8proc_int32_t decodeAt(std::string_view text, size_t offset, size_t& length) {
-  utf8proc_int32_t c = -1;
-  const auto n = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data() + offset),
-                                  static_cast<utf8proc_ssize_t>(text.size() - offset), &c);
-  if (n <= 0) {
-    length = 1;
-    return -1;
-  }
-  length = static_cast<size_t>(n);
-  return c;
-}
-
-std::string_view trimmedWhitespace(std::string_view text) {
-  size_t begin = 0;
-  while (begin < text.size()) {
-    size_t length = 0;
-    if (!isWhitespaceOrNewline(decodeAt(text, begin, length))) break;
-    begin += length;
-  }
-  size_t end = text.size();
-  while (end > begin) {
-    size_t start = end - 1;
-    while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
-    size_t length = 0;
-    const auto c = decodeAt(text, start, length);
-    if (start + length != end || !isWhitespaceOrNewline(c)) break;
-    end = start;
-  }
-  return text.substr(begin, end - begin);
-}
-
-// Appends the lower-case form of `text`; bytes that are not UTF-8 are kept as they are.
-void appendLowercased(std::string_view text, std::string& out) {
-  size_t offset = 0;
-  while (offset < text.size()) {
-    const auto byte = static_cast<unsigned char>(text[offset]);
-    if (byte < 0x80) {
-      out.push_back(static_cast<char>(byte >= 'A' && byte <= 'Z' ? byte + ('a' - 'A') : byte));
-      ++offset;
-      continue;
-    }
-    size_t length = 0;
-    const auto c = decodeAt(text, offset, length);
-    if (c < 0) {
-      out.push_back(text[offset]);
-    } else {
-      utf8proc_uint8_t encoded[4];
-      const auto n = utf8proc_encode_char(utf8proc_tolower(c), encoded);
-      out.append(reinterpret_cast<const char*>(encoded), static_cast<size_t>(n));
-    }
-    offset += length;
-  }
-}
 
 // Tests the fields of one haystack against a normalized query, reusing one buffer.
 class Needle {

@@ -1,4 +1,5 @@
 #include "tidewatch_kit/service_classifier.h"
+#include "process_core/text.h"
 
 #include <algorithm>
 #include <array>
@@ -8,25 +9,6 @@
 
 namespace tidewatch {
 namespace {
-
-std::string asciiLowercased(std::string_view text) {
-  std::string result(text);
-  std::transform(result.begin(), result.end(), result.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return result;
-}
-
-std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separator) {
-  std::vector<std::string_view> pieces;
-  size_t start = 0;
-  while (start <= text.size()) {
-    size_t end = text.find(separator, start);
-    if (end == std::string_view::npos) end = text.size();
-    if (end > start) pieces.push_back(text.substr(start, end - start));
-    start = end + 1;
-  }
-  return pieces;
-}
 
 std::optional<KnownService> knownService(std::string_view basename) {
   struct Row {
@@ -130,14 +112,6 @@ std::optional<ServiceClassification> portHint(int port) {
   }
 }
 
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view whitespace = " \t\n\r\v\f";
-  const size_t first = text.find_first_not_of(whitespace);
-  if (first == std::string_view::npos) return {};
-  const size_t last = text.find_last_not_of(whitespace);
-  return text.substr(first, last - first + 1);
-}
-
 }  // namespace
 
 namespace ServiceClassifier {
@@ -176,7 +150,7 @@ std::optional<std::string> classificationDisplayLabel(const PortListener& listen
   } else if (classification.runtime) {
     preferred = displayName(*classification.runtime);
   }
-  const std::string_view label = trimmed(preferred);
+  const std::string_view label = trimmedWhitespace(preferred);
   if (label.empty()) return std::nullopt;
   // "node" beside "Node" would say nothing.
   if (asciiLowercased(label) == asciiLowercased(listener.process.displayName())) return std::nullopt;
