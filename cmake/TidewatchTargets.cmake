@@ -48,5 +48,5 @@ function(tidewatch_tests)
     TIDEWATCH_TEST_DATA_DIR="${CMAKE_CURRENT_SOURCE_DIR}/tests/data"
     TIDEWATCH_BINARY_DIR="${PROJECT_BINARY_DIR}")
   tidewatch_warnings(${ARG_NAME})
-  gtest_discover_tests(${ARG_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
+  gtest_discover_tests(${ARG_NAME} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 120)
 endfunction()

@@ -21,7 +21,8 @@ const PortListener& rowOnPort(const ScanResult& result, int port) {
 }
 
 TEST(PortEngineEnumeration, NoPidsFailsTheScan) {
-  PortEngineDependencies d = FakeProcessWorld().dependencies();
+  FakeProcessWorld world;
+  PortEngineDependencies d = world.dependencies();
   d.allPIDs = [] { return std::vector<int32_t>{}; };
   try {
     PortEngine(d).scan(true);
