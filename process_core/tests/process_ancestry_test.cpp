@@ -2,40 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
+#include "process_core/tests/support/process_table.h"
 
 namespace tidewatch {
 namespace {
 
-ProcessSnapshot process(int32_t pid, int32_t parentPID, std::string path, uint64_t startSeconds = 1000,
-                        uint32_t startMicros = 0) {
-  ProcessSnapshot snapshot;
-  snapshot.identity = {pid, startSeconds, startMicros};
-  snapshot.executablePath = std::move(path);
-  snapshot.parentPID = parentPID;
-  snapshot.sameUser = true;
-  return snapshot;
-}
-
-// A process table that counts how often the walk asks it.
-struct FakeTable {
-  std::map<int32_t, ProcessSnapshot> byPID;
-  std::vector<int32_t> asked;
-
-  void add(ProcessSnapshot snapshot) { byPID.insert_or_assign(snapshot.identity.pid, std::move(snapshot)); }
-  LookupSnapshot lookup() {
-    return [this](int32_t pid) -> std::optional<ProcessSnapshot> {
-      asked.push_back(pid);
-      auto it = byPID.find(pid);
-      if (it == byPID.end()) return std::nullopt;
-      return it->second;
-    };
-  }
-};
+using testing::FakeProcessTable;
+using testing::process;
 
 // Owner pid 100, ancestors 101, 102, ... each the parent of the one before; the top's parent is 1.
-FakeTable chain(int ancestors) {
-  FakeTable table;
+FakeProcessTable chain(int ancestors) {
+  FakeProcessTable table;
   for (int i = 0; i <= ancestors; ++i) {
     const int32_t pid = 100 + i;
     table.add(process(pid, i == ancestors ? 1 : pid + 1, "/usr/bin/tool" + std::to_string(i)));
@@ -44,30 +21,28 @@ FakeTable chain(int ancestors) {
 }
 
 TEST(ProcessAncestryTest, OwnerUnderPidOneIsTheWholeWalk) {
-  FakeTable table;
-  const ProcessSnapshot owner = process(100, 1, "/usr/bin/python3");
-  EXPECT_EQ(ProcessAncestry::resolve(owner, 7, table.lookup()), ProcessAncestryFacts{});
+  FakeProcessTable table;
+  EXPECT_EQ(ProcessAncestry::resolve(process(100, 1, "/usr/bin/python3"), 7, table.lookup()), ProcessAncestryFacts{});
   EXPECT_TRUE(table.asked.empty());
 }
 
 TEST(ProcessAncestryTest, HostAtTheEighthAncestorIsFoundButNotAtTheNinth) {
-  FakeTable eight = chain(8);
+  FakeProcessTable eight = chain(8);
   eight.byPID[108].executablePath = "/usr/bin/konsole";
-  auto host = ProcessAncestry::nearestHostApp(eight.byPID[100], eight.lookup());
-  ASSERT_TRUE(host.has_value());
-  EXPECT_EQ(*host, (HostAppOccurrence{HostAppKind::terminal, {108, 1000, 0}, "konsole"}));
+  EXPECT_EQ(ProcessAncestry::nearestHostApp(eight.byPID[100], eight.lookup()),
+            (HostAppOccurrence{HostAppKind::terminal, {108, 1000, 0}, "konsole"}));
 
-  FakeTable nine = chain(9);
+  FakeProcessTable nine = chain(9);
   nine.byPID[109].executablePath = "/usr/bin/konsole";
   EXPECT_EQ(ProcessAncestry::nearestHostApp(nine.byPID[100], nine.lookup()), std::nullopt);
   EXPECT_EQ(nine.asked.size(), static_cast<size_t>(ProcessAncestry::maxAncestorHops));
 }
 
 TEST(ProcessAncestryTest, WithoutARootTheWalkStopsOnceAgentAndHostAreFound) {
-  FakeTable table = chain(6);
-  table.byPID[101].executablePath = "/home/me/.local/bin/codex";
+  FakeProcessTable table = chain(6);
+  table.byPID[101].executablePath = testing::codexPath;
   table.byPID[102].executablePath = "/usr/bin/kitty";
-  table.byPID[103].executablePath = "/home/me/.local/bin/claude";  // farther agent: never reached
+  table.byPID[103].executablePath = testing::claudePath;  // farther agent: never reached
   const auto facts = ProcessAncestry::resolve(table.byPID[100], std::nullopt, table.lookup());
   EXPECT_EQ(facts.attributingAgentProcess, (AgentProcessIdentity{{101, 1000, 0}, AgentKind::codex}));
   EXPECT_EQ(facts.hostApp->identity.pid, 102);
@@ -76,9 +51,9 @@ TEST(ProcessAncestryTest, WithoutARootTheWalkStopsOnceAgentAndHostAreFound) {
 }
 
 TEST(ProcessAncestryTest, WithARootTheWalkGoesOnUntilTheRootOrTheEnd) {
-  FakeTable table = chain(6);
+  FakeProcessTable table = chain(6);
   table.byPID[100].executablePath = "/usr/bin/kitty";  // the owner is its own host
-  table.byPID[102].executablePath = "/home/me/.local/bin/claude";
+  table.byPID[102].executablePath = testing::claudePath;
   const auto facts = ProcessAncestry::resolve(table.byPID[100], 104, table.lookup());
   EXPECT_TRUE(facts.isInProtectedSubtree);
   EXPECT_EQ(facts.hostApp->identity.pid, 100);
@@ -95,8 +70,7 @@ TEST(ProcessAncestryTest, WithARootTheWalkGoesOnUntilTheRootOrTheEnd) {
 }
 
 TEST(ProcessAncestryTest, AYoungerParentIsAReusedPidAndEndsTheWalk) {
-  FakeTable table;
-  table.add(process(101, 1, "/home/me/.local/bin/claude", 1000, 1));
+  FakeProcessTable table({process(101, 1, testing::claudePath, 1000, 1)});
   const ProcessSnapshot owner = process(100, 101, "/usr/bin/python3", 1000, 0);
   EXPECT_EQ(ProcessAncestry::nearestAttributingAgent(owner, table.lookup()), std::nullopt);
 
@@ -105,15 +79,12 @@ TEST(ProcessAncestryTest, AYoungerParentIsAReusedPidAndEndsTheWalk) {
 }
 
 TEST(ProcessAncestryTest, ALoopOrAnUnreadableParentEndsTheWalkQuietly) {
-  FakeTable table;
-  table.add(process(100, 101, "/usr/bin/python3"));
-  table.add(process(101, 100, "/usr/bin/make"));
+  FakeProcessTable table({process(100, 101, "/usr/bin/python3"), process(101, 100, "/usr/bin/make")});
   EXPECT_EQ(ProcessAncestry::resolve(table.byPID[100], 5, table.lookup()), ProcessAncestryFacts{});
   EXPECT_EQ(table.asked, (std::vector<int32_t>{101, 100}));
 
   table.asked.clear();
-  const ProcessSnapshot orphan = process(200, 300, "/usr/bin/python3");
-  EXPECT_EQ(ProcessAncestry::resolve(orphan, 5, table.lookup()), ProcessAncestryFacts{});
+  EXPECT_EQ(ProcessAncestry::resolve(process(200, 300, "/usr/bin/python3"), 5, table.lookup()), ProcessAncestryFacts{});
   EXPECT_EQ(table.asked, (std::vector<int32_t>{300}));
 }
 
