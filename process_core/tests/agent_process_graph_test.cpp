@@ -2,22 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include "process_core/tests/support/process_table.h"
+
 namespace tidewatch {
 namespace {
 
-ProcessSnapshot process(int32_t pid, int32_t parentPID, std::string path, uint64_t startSeconds = 1000) {
-  ProcessSnapshot snapshot;
-  snapshot.identity = {pid, startSeconds, 0};
-  snapshot.executablePath = std::move(path);
-  snapshot.parentPID = parentPID;
-  snapshot.sameUser = true;
-  return snapshot;
-}
-
-const std::string claude = "/home/me/.local/bin/claude";
-const std::string codex = "/home/me/.local/bin/codex";
-
-ProcessIdentity id(int32_t pid, uint64_t startSeconds = 1000) { return {pid, startSeconds, 0}; }
+using testing::id;
+using testing::process;
+const std::string claude = testing::claudePath;
+const std::string codex = testing::codexPath;
 
 TEST(AgentProcessGraphTest, SubAgentsOfOneProviderFoldIntoTheTopmostSession) {
   // claude 10 > claude 11 > claude 12; claude 20 > zsh 21 > claude 22; codex 30 > claude 31.
@@ -50,11 +43,9 @@ TEST(AgentProcessGraphTest, AReusedPidIsAmbiguousAndTrustedByNoWalk) {
   const AgentProcessGraph graph({process(10, 1, claude, 900), process(10, 1, codex, 950),
                                  process(11, 10, claude, 1000)});
   EXPECT_TRUE(graph.snapshot(id(10, 900)).has_value());
-  EXPECT_TRUE(graph.snapshot(id(10, 950)).has_value());
-  const ProcessSnapshot child = *graph.snapshot(id(11));
-  EXPECT_EQ(graph.parentIdentity(child), std::nullopt);
-  EXPECT_EQ(graph.topLevelSessionIdentity(id(11)), id(11));
   EXPECT_EQ(graph.agentKind(*graph.snapshot(id(10, 950))), AgentKind::codex);
+  EXPECT_EQ(graph.parentIdentity(*graph.snapshot(id(11))), std::nullopt);
+  EXPECT_EQ(graph.topLevelSessionIdentity(id(11)), id(11));
 }
 
 TEST(AgentProcessGraphTest, ParentLinksRefuseYoungerParentsButAcceptEqualStartTimes) {
@@ -67,9 +58,8 @@ TEST(AgentProcessGraphTest, ParentLinksRefuseYoungerParentsButAcceptEqualStartTi
 }
 
 TEST(AgentProcessGraphTest, OwningAgentLooksAtTheSnapshotAndEightAncestors) {
-  std::vector<ProcessSnapshot> snapshots{process(100, 1, claude)};
+  std::vector<ProcessSnapshot> snapshots{process(100, 1, claude), process(50, 1, "/usr/bin/kitty")};
   for (int32_t pid = 101; pid <= 109; ++pid) snapshots.push_back(process(pid, pid - 1, "/usr/bin/tool"));
-  snapshots.push_back(process(50, 1, "/usr/bin/kitty"));
   ProcessSnapshot stranger = process(60, 100, "/usr/bin/tool");
   stranger.sameUser = false;
   snapshots.push_back(stranger);
@@ -105,13 +95,9 @@ TEST(AgentProviderResolverTest, ADesktopHostDecidesAndAnUnknownHostKeepsThePrevi
 }
 
 TEST(AgentAttributorTest, FindsTheNearestAgentThroughTheLookup) {
-  const ProcessSnapshot parent = process(10, 1, codex);
-  const ProcessSnapshot owner = process(11, 10, "/usr/bin/python3");
-  auto lookup = [&parent](int32_t pid) -> std::optional<ProcessSnapshot> {
-    return pid == 10 ? std::optional(parent) : std::nullopt;
-  };
-  EXPECT_EQ(AgentAttributor::attribute(owner, lookup), AgentKind::codex);
-  EXPECT_EQ(AgentAttributor::attribute(process(12, 99, "/usr/bin/python3"), lookup), std::nullopt);
+  testing::FakeProcessTable table({process(10, 1, codex)});
+  EXPECT_EQ(AgentAttributor::attribute(process(11, 10, "/usr/bin/python3"), table.lookup()), AgentKind::codex);
+  EXPECT_EQ(AgentAttributor::attribute(process(12, 99, "/usr/bin/python3"), table.lookup()), std::nullopt);
 }
 
 }  // namespace
