@@ -1,14 +1,9 @@
 // The Linux readers against real processes and sockets of this machine.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
-#include <fstream>
+#include <filesystem>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -16,6 +11,7 @@
 
 #include "process_core/process_reader.h"
 #include "process_core/tests/support/forked_child.h"
+#include "process_core/tests/support/listening_socket.h"
 
 namespace tidewatch {
 namespace {
@@ -24,42 +20,15 @@ using ::testing::ElementsAre;
 using ::testing::Optional;
 using testing::ForkedChild;
 
-// A listening TCP socket on the address and port (0 for any); its port, or -1.
-int listenOn(const char* address, int port, bool v6only = true) {
-  const bool ipv6 = std::string_view(address).find(':') != std::string_view::npos;
-  const int fd = ::socket(ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM, 0);
-  if (fd < 0) return -1;
-  sockaddr_storage storage{};
-  socklen_t length;
-  if (ipv6) {
-    const int only = v6only ? 1 : 0;
-    ::setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &only, sizeof only);
-    auto* in6 = reinterpret_cast<sockaddr_in6*>(&storage);
-    in6->sin6_family = AF_INET6;
-    in6->sin6_port = htons(static_cast<uint16_t>(port));
-    ::inet_pton(AF_INET6, address, &in6->sin6_addr);
-    length = sizeof *in6;
-  } else {
-    auto* in = reinterpret_cast<sockaddr_in*>(&storage);
-    in->sin_family = AF_INET;
-    in->sin_port = htons(static_cast<uint16_t>(port));
-    ::inet_pton(AF_INET, address, &in->sin_addr);
-    length = sizeof *in;
-  }
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&storage), length) != 0 || ::listen(fd, 4) != 0) {
-    ::close(fd);
-    return -1;
-  }
-  length = sizeof storage;
-  ::getsockname(fd, reinterpret_cast<sockaddr*>(&storage), &length);
-  return ntohs(ipv6 ? reinterpret_cast<sockaddr_in6*>(&storage)->sin6_port
-                    : reinterpret_cast<sockaddr_in*>(&storage)->sin_port);
+// The port of a new listener (its descriptor stays open for the life of the process), or -1.
+int listenOn(const char* address, int port = 0) {
+  return testing::boundPort(testing::listeningSocket(address, port));
 }
 
 // One port with both loopback addresses, which can take a few tries while ::1 is busy.
 int listenOnLoopbackPair() {
   for (int attempt = 0; attempt < 20; ++attempt) {
-    const int port = listenOn("127.0.0.1", 0);
+    const int port = listenOn("127.0.0.1");
     if (port > 0 && listenOn("::1", port) == port) return port;
   }
   return -1;
@@ -73,28 +42,15 @@ std::vector<int> reportedPorts(const ForkedChild& child) {
   return ports;
 }
 
-RawListeningSocket socketOf(const char* address, AddressFamily family, int port) {
-  return RawListeningSocket{port, family, address};
-}
-
-std::string ownExecutable() {
-  char buffer[PATH_MAX];
-  const ssize_t length = ::readlink("/proc/self/exe", buffer, sizeof buffer);
-  return std::string(buffer, length > 0 ? static_cast<size_t>(length) : 0);
-}
-
 TEST(LinuxProcessReader, LiveListeningSocketsShowEachBindingOfAProcess) {
   ForkedChild child([] {
     const int pair = listenOnLoopbackPair();
-    const int udp = ::socket(AF_INET, SOCK_DGRAM, 0);  // not TCP: never listed
+    (void)::socket(AF_INET, SOCK_DGRAM, 0);  // not TCP: never listed
     int connected[2];
     (void)::socketpair(AF_UNIX, SOCK_STREAM, 0, connected);  // not TCP either
-    (void)udp;
-    const int any4 = listenOn("0.0.0.0", 0);
-    const int any6 = listenOn("::", 0);
-    const int mapped = listenOn("::ffff:127.0.0.1", 0, false);
-    return std::to_string(pair) + " " + std::to_string(any4) + " " + std::to_string(any6) + " " +
-           std::to_string(mapped);
+    std::string ports = std::to_string(pair);
+    for (const char* address : {"0.0.0.0", "::", "::ffff:127.0.0.1"}) ports += " " + std::to_string(listenOn(address));
+    return ports;
   });
   const std::vector<int> ports = reportedPorts(child);
   ASSERT_EQ(ports.size(), 4u);
@@ -103,13 +59,12 @@ TEST(LinuxProcessReader, LiveListeningSocketsShowEachBindingOfAProcess) {
   const std::vector<int32_t> pids = Libproc::allPIDs();
   EXPECT_NE(std::find(pids.begin(), pids.end(), child.pid()), pids.end());
   EXPECT_TRUE(std::all_of(pids.begin(), pids.end(), [](int32_t pid) { return pid > 0; }));
+  using F = AddressFamily;
   EXPECT_THAT(Libproc::listeningSockets(child.pid()),
-              ElementsAre(socketOf("127.0.0.1", AddressFamily::ipv4, ports[0]),
-                          socketOf("::1", AddressFamily::ipv6, ports[0]),
-                          socketOf("0.0.0.0", AddressFamily::ipv4, ports[1]),
-                          socketOf("::", AddressFamily::ipv6, ports[2]),
-                          socketOf("::ffff:127.0.0.1", AddressFamily::ipv6, ports[3])));
-  // This process holds no listener of its own, and a gone process has none.
+              ElementsAre(RawListeningSocket{ports[0], F::ipv4, "127.0.0.1"}, RawListeningSocket{ports[0], F::ipv6, "::1"},
+                          RawListeningSocket{ports[1], F::ipv4, "0.0.0.0"}, RawListeningSocket{ports[2], F::ipv6, "::"},
+                          RawListeningSocket{ports[3], F::ipv6, "::ffff:127.0.0.1"}));
+  // This process holds no listener of its own.
   EXPECT_TRUE(Libproc::listeningSockets(::getpid()).empty());
   // Answers hold as of the latest enumeration; after the next one a gone process has none.
   const pid_t gone = child.pid();
@@ -120,12 +75,13 @@ TEST(LinuxProcessReader, LiveListeningSocketsShowEachBindingOfAProcess) {
 
 TEST(LinuxProcessReader, LiveListenersOpenedAfterEnumerationWaitForTheNextOne) {
   Libproc::allPIDs();
-  ForkedChild child([] { return std::to_string(listenOn("127.0.0.1", 0)); });
-  ASSERT_GT(reportedPorts(child).at(0), 0);
+  ForkedChild child([] { return std::to_string(listenOn("127.0.0.1")); });
+  const int port = reportedPorts(child).at(0);
+  ASSERT_GT(port, 0);
   EXPECT_TRUE(Libproc::listeningSockets(child.pid()).empty());
   Libproc::allPIDs();
   EXPECT_THAT(Libproc::listeningSockets(child.pid()),
-              ElementsAre(socketOf("127.0.0.1", AddressFamily::ipv4, reportedPorts(child).at(0))));
+              ElementsAre(RawListeningSocket{port, AddressFamily::ipv4, "127.0.0.1"}));
 }
 
 TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
@@ -145,11 +101,10 @@ TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
   EXPECT_EQ(detection->parentPID, ::getpid());
   EXPECT_EQ(detection->uid, me);
   EXPECT_TRUE(detection->sameUser);
-  EXPECT_EQ(detection->executablePath, ownExecutable());
+  EXPECT_EQ(detection->executablePath, std::filesystem::read_symlink("/proc/self/exe").string());
   EXPECT_EQ(detection->argv, ownArgv);
   EXPECT_FALSE(detection->cpuReadable);
   EXPECT_FALSE(detection->residentMemoryBytes.has_value());
-  EXPECT_FALSE(detection->bundleIdentifier.has_value());
 
   // One incarnation reads the same every time, and started no earlier than its parent.
   EXPECT_THAT(Libproc::processIdentity(child.pid()), Optional(detection->identity));
@@ -186,8 +141,7 @@ TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
   const auto activity = ProcessReader::activitySnapshot(*detection, me);
   ASSERT_TRUE(activity.has_value());
   EXPECT_TRUE(activity->cpuReadable);
-  EXPECT_EQ(activity->argv, detection->argv);
-  EXPECT_EQ(activity->name, detection->name);
+  EXPECT_EQ(activity->argv, detection->argv) << "the other fields stay from the given snapshot";
   ProcessSnapshot otherIncarnation = *detection;
   otherIncarnation.identity.startTimeSeconds -= 1;
   EXPECT_FALSE(ProcessReader::activitySnapshot(otherIncarnation, me).has_value());
@@ -198,54 +152,43 @@ TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
   EXPECT_FALSE(ProcessReader::activitySnapshot(*detection, me).has_value());
 }
 
-TEST(LinuxProcessReader, LiveAgentPresenceNeedsAnAgentName) {
-  ForkedChild agent([] {
-    ::prctl(PR_SET_NAME, "claude", 0, 0, 0);
-    return std::string("ready");
-  });
-  ForkedChild other([] { return std::string("ready"); });
-  ASSERT_EQ(agent.report(), "ready");
-  ASSERT_EQ(other.report(), "ready");
-  const uint32_t me = ::getuid();
-
-  // The name says agent while the executable does not, so argv is read to decide.
-  const auto presence = ProcessReader::agentPresenceSnapshot(agent.pid(), me);
-  ASSERT_TRUE(presence.has_value());
-  EXPECT_EQ(presence->name, "claude");
-  EXPECT_EQ(presence->uid, me);
-  EXPECT_TRUE(presence->sameUser);
-  EXPECT_EQ(presence->argv, Libproc::argv(::getpid()));
-  EXPECT_FALSE(ProcessReader::agentPresenceSnapshot(agent.pid(), me + 1).has_value());
-  EXPECT_FALSE(ProcessReader::agentPresenceSnapshot(other.pid(), me).has_value());
-}
-
-TEST(LinuxProcessReader, LiveAgentExecutableIsKnownWithoutItsArguments) {
+TEST(LinuxProcessReader, LiveAgentPresenceReadsArgvOnlyWhenTheNamesCannotDecide) {
   // A copy of sleep installed as "claude": its path alone names the agent.
   char directory[] = "/tmp/tidewatch-reader-XXXXXX";
   ASSERT_NE(::mkdtemp(directory), nullptr);
   const std::string executable = std::string(directory) + "/claude";
-  {
-    std::ifstream in("/bin/sleep", std::ios::binary);
-    std::ofstream out(executable, std::ios::binary);
-    out << in.rdbuf();
-  }
-  ASSERT_EQ(::chmod(executable.c_str(), 0700), 0);
-  ForkedChild agent([&] {
-    char name[] = "claude";
-    char seconds[] = "60";
+  std::filesystem::copy_file("/bin/sleep", executable);
+  ForkedChild installed([&] {
+    char name[] = "claude", seconds[] = "60";
     char* arguments[] = {name, seconds, nullptr};
     ::execv(executable.c_str(), arguments);
     return std::string("exec failed");
   });
-  ASSERT_EQ(agent.report(), "");
+  // This program renamed "claude": the name says agent while the executable does not.
+  ForkedChild renamed([] {
+    ::prctl(PR_SET_NAME, "claude", 0, 0, 0);
+    return std::string("ready");
+  });
+  ForkedChild other([] { return std::string("ready"); });
+  ASSERT_EQ(installed.report(), "");
+  ASSERT_EQ(renamed.report() + other.report(), "readyready");
+  const uint32_t me = ::getuid();
 
-  const auto presence = ProcessReader::agentPresenceSnapshot(agent.pid(), ::getuid());
-  agent.reap();
-  (void)::unlink(executable.c_str());
-  (void)::rmdir(directory);
-  ASSERT_TRUE(presence.has_value());
-  EXPECT_EQ(presence->executablePath, executable);
-  EXPECT_FALSE(presence->argv.has_value());
+  const auto byPath = ProcessReader::agentPresenceSnapshot(installed.pid(), me);
+  installed.reap();
+  std::filesystem::remove_all(directory);
+  ASSERT_TRUE(byPath.has_value());
+  EXPECT_EQ(byPath->executablePath, executable);
+  EXPECT_FALSE(byPath->argv.has_value());
+
+  const auto byName = ProcessReader::agentPresenceSnapshot(renamed.pid(), me);
+  ASSERT_TRUE(byName.has_value());
+  EXPECT_EQ(byName->name, "claude");
+  EXPECT_EQ(byName->uid, me);
+  EXPECT_TRUE(byName->sameUser);
+  EXPECT_EQ(byName->argv, Libproc::argv(::getpid()));
+  EXPECT_FALSE(ProcessReader::agentPresenceSnapshot(renamed.pid(), me + 1).has_value());
+  EXPECT_FALSE(ProcessReader::agentPresenceSnapshot(other.pid(), me).has_value());
 }
 
 }  // namespace
