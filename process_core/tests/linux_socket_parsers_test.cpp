@@ -12,20 +12,15 @@ namespace {
 
 using SocketParsers::DumpEnd;
 using ::testing::IsSupersetOf;
-using ::testing::Pair;
-
-std::vector<uint8_t> captured(const std::string& name) {
-  std::ifstream in(std::string(TIDEWATCH_TEST_DATA_DIR) + "/linux/" + name, std::ios::binary);
-  return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 std::string capturedText(const std::string& name) {
-  const auto bytes = captured(name);
-  return std::string(bytes.begin(), bytes.end());
+  std::ifstream in(std::string(TIDEWATCH_TEST_DATA_DIR) + "/linux/" + name, std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
-SocketParsers::SocketTable tableOf(const std::vector<SocketParsers::ListenerRecord>& records) {
-  return SocketParsers::makeSocketTable(records);
+std::vector<uint8_t> captured(const std::string& name) {
+  const std::string text = capturedText(name);
+  return std::vector<uint8_t>(text.begin(), text.end());
 }
 
 // The captures were taken while these sockets listened (inodes as the kernel numbered them).
@@ -48,9 +43,9 @@ TEST(LinuxSocketParsers, RecordedNetlinkDumpAndProcNetTextAgree) {
   const auto procNet6 = SocketParsers::parseProcNetTCP(capturedText("proc_net_tcp6"), AddressFamily::ipv6);
   procNet.insert(procNet.end(), procNet6.begin(), procNet6.end());
 
-  const auto table = tableOf(netlink);
+  const auto table = SocketParsers::makeSocketTable(netlink);
   EXPECT_THAT(table, IsSupersetOf(knownListeners));
-  EXPECT_EQ(table, tableOf(procNet));
+  EXPECT_EQ(table, SocketParsers::makeSocketTable(procNet));
 }
 
 TEST(LinuxSocketParsers, MalformedOrUnfinishedDumps) {
