@@ -12,20 +12,20 @@ namespace tidewatch {
 namespace {
 
 TEST(KnownBackgroundAppClassifierTest, MatchesBundlesAndPathFragmentsIgnoringCase) {
-  auto snapshot = [](std::optional<std::string> bundle, std::optional<std::string> path) {
-    ProcessSnapshot result;
-    result.executablePath = std::move(path);
-    result.bundleIdentifier = std::move(bundle);
-    return result;
+  const std::tuple<std::optional<std::string>, std::optional<std::string>, bool> cases[] = {
+      {"COM.RAYCAST.MACOS", {}, true},
+      {{}, "/Applications/Raycast.app/Contents/MacOS/Raycast", true},
+      {"com.other", "/Applications/Google Drive.app/Contents/MacOS/x", true},
+      {{}, "/Applications/Dia.app/MacOS/Dia", false},
+      {"com.raycast.macos.helper", {}, false},
+      {{}, {}, false},
   };
-  EXPECT_TRUE(KnownBackgroundAppClassifier::isKnownBackground(snapshot("COM.RAYCAST.MACOS", {})));
-  EXPECT_TRUE(KnownBackgroundAppClassifier::isKnownBackground(
-      snapshot({}, "/Applications/Raycast.app/Contents/MacOS/Raycast")));
-  EXPECT_TRUE(KnownBackgroundAppClassifier::isKnownBackground(
-      snapshot("com.other", "/Applications/Google Drive.app/Contents/MacOS/x")));
-  EXPECT_FALSE(KnownBackgroundAppClassifier::isKnownBackground(snapshot({}, "/Applications/Dia.app/MacOS/Dia")));
-  EXPECT_FALSE(KnownBackgroundAppClassifier::isKnownBackground(snapshot("com.raycast.macos.helper", {})));
-  EXPECT_FALSE(KnownBackgroundAppClassifier::isKnownBackground(snapshot({}, {})));
+  for (const auto& [bundle, path, known] : cases) {
+    ProcessSnapshot snapshot;
+    snapshot.executablePath = path;
+    snapshot.bundleIdentifier = bundle;
+    EXPECT_EQ(KnownBackgroundAppClassifier::isKnownBackground(snapshot), known) << bundle.value_or(path.value_or(""));
+  }
 }
 
 struct CountingVendorCheck {
@@ -71,15 +71,13 @@ TEST(SystemClassifierTest, BatchAsksOncePerPathIncludingFalseVerdictsAndKeepsOrd
 TEST(LiveVendorBinaryTest, NeedsARootOwnedFileUnderASystemLibraryFolder) {
   // Find a regular root-owned file under /usr/lib that nobody else may write.
   std::optional<std::string> shipped;
-  std::error_code error;
-  for (auto it = std::filesystem::recursive_directory_iterator("/usr/lib", error);
-       it != std::filesystem::recursive_directory_iterator() && !shipped; it.increment(error)) {
-    if (error) break;
+  namespace fs = std::filesystem;
+  for (const auto& entry : fs::recursive_directory_iterator("/usr/lib", fs::directory_options::skip_permission_denied)) {
     struct stat status {};
-    const std::string path = it->path().string();
-    if (::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == 0 &&
+    if (::lstat(entry.path().c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == 0 &&
         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0) {
-      shipped = path;
+      shipped = entry.path();
+      break;
     }
   }
   ASSERT_TRUE(shipped.has_value());
