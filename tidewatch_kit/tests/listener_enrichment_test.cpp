@@ -2,54 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <set>
+#include "process_core/tests/support/process_table.h"
 
 namespace tidewatch {
 namespace {
 
-ProcessSnapshot process(int32_t pid, int32_t parentPID, std::string path) {
-  ProcessSnapshot snapshot;
-  snapshot.identity = {pid, 1000, 0};
-  snapshot.executablePath = std::move(path);
-  snapshot.parentPID = parentPID;
-  snapshot.sameUser = true;
-  return snapshot;
-}
-
-struct FakeSystem {
-  std::map<int32_t, ProcessSnapshot> processes;
-  std::map<int32_t, std::string> workingDirectories;
-  std::set<std::string> existingPaths;
-
-  void add(ProcessSnapshot snapshot) { processes.insert_or_assign(snapshot.identity.pid, std::move(snapshot)); }
-  LookupSnapshot lookup() const {
-    return [this](int32_t pid) -> std::optional<ProcessSnapshot> {
-      auto it = processes.find(pid);
-      return it == processes.end() ? std::nullopt : std::optional(it->second);
-    };
-  }
-  ProjectResolver::CWDForPID cwd() const {
-    return [this](int32_t pid) -> std::optional<std::string> {
-      auto it = workingDirectories.find(pid);
-      return it == workingDirectories.end() ? std::nullopt : std::optional(it->second);
-    };
-  }
-  ProjectResolver::PathExists exists() const {
-    return [this](const std::string& path) { return existingPaths.contains(path); };
-  }
-};
+using testing::FakeProcessTable;
+using testing::process;
 
 TEST(ListenerEnrichmentTest, GathersAgentHostProjectAndFocusTargetInOneWalk) {
-  FakeSystem system;
-  system.add(process(100, 1, "/usr/bin/kitty"));
-  system.add(process(200, 100, "/home/me/.local/bin/claude"));
-  const ProcessSnapshot owner = process(300, 200, "/usr/bin/node");
+  FakeProcessTable system({process(100, 1, "/usr/bin/kitty"), process(200, 100, testing::claudePath)});
   system.workingDirectories[300] = "/home/me/src/app/server";
   system.existingPaths.insert("/home/me/src/app/package.json");
 
-  const auto result =
-      ListenerEnrichment::enrich(owner, 999, system.lookup(), system.exists(), system.cwd(), "/home/me");
+  const auto result = ListenerEnrichment::enrich(process(300, 200, "/usr/bin/node"), 999, system.lookup(),
+                                                 system.exists(), system.cwd(), "/home/me");
   EXPECT_EQ(result.agentProcess, (AgentProcessIdentity{{200, 1000, 0}, AgentKind::claude}));
   EXPECT_EQ(result.agentOrigin(), AgentKind::claude);
   EXPECT_EQ(result.host, AgentHost{HostAppKind::terminal});
@@ -59,8 +26,7 @@ TEST(ListenerEnrichmentTest, GathersAgentHostProjectAndFocusTargetInOneWalk) {
 }
 
 TEST(ListenerEnrichmentTest, AChildOfThisProgramIsInItsSubtreeAndMayHaveNoContext) {
-  FakeSystem system;
-  system.add(process(999, 1, "/usr/bin/tidewatch"));
+  FakeProcessTable system({process(999, 1, "/usr/bin/tidewatch")});
   const auto result = ListenerEnrichment::enrich(process(300, 999, "/usr/bin/python3"), 999, system.lookup(),
                                                  system.exists(), system.cwd(), "/home/me");
   ListenerEnrichment::Result expected;
@@ -70,8 +36,7 @@ TEST(ListenerEnrichmentTest, AChildOfThisProgramIsInItsSubtreeAndMayHaveNoContex
 }
 
 TEST(FocusTargetResolverTest, NamesTheHostOrSaysWhyNot) {
-  FakeSystem system;
-  system.add(process(100, 1, "/usr/bin/konsole"));
+  FakeProcessTable system({process(100, 1, "/usr/bin/konsole")});
   const ProcessSnapshot owner = process(300, 100, "/usr/bin/node");
   const ProcessSnapshot orphan = process(301, 1, "/usr/bin/node");
   auto running = [](int32_t) { return true; };
@@ -86,56 +51,57 @@ TEST(FocusTargetResolverTest, NamesTheHostOrSaysWhyNot) {
   EXPECT_EQ(FocusTargetResolver::resolveHostTarget(orphan, system.lookup()), std::nullopt);
 }
 
-struct SchemeCase {
-  int port;
-  std::vector<std::string> argv;
-  const char* expected;
-};
-
 TEST(ListenerURLResolverTest, SchemeFromArgumentsAndPort) {
-  const std::vector<SchemeCase> cases{
+  struct Case {
+    int port;
+    std::optional<std::vector<std::string>> argv;
+    const char* expected;
+  };
+  const Case cases[] = {
       {3000, {}, "http"},
-      {8443, {}, "https"},
-      {8443, {"server", "--no-tls"}, "http"},
-      {443, {" SSL=FALSE\n"}, "http"},
-      {3000, {"--protocol=https"}, "https"},
-      {3000, {"--tls-cert=/etc/x.pem"}, "https"},
-      {3000, {"--cert"}, "https"},
-      {3000, {"--HTTPS"}, "https"},
-      {3000, {"--public-url", "HTTPS://dev.local"}, "https"},
-      {3000, {"--certs-dir=/x"}, "http"},
-      {3000, {"--scheme=http"}, "http"},
+      {8443, std::vector<std::string>{}, "https"},
+      {4443, std::nullopt, "https"},
+      {8443, {{"server", "--no-tls"}}, "http"},
+      {443, {{" SSL=FALSE\n"}}, "http"},
+      {3000, {{"--protocol=https"}}, "https"},
+      {3000, {{"--tls-cert=/etc/x.pem"}}, "https"},
+      {3000, {{"--cert"}}, "https"},
+      {3000, {{"--HTTPS"}}, "https"},
+      {3000, {{"--public-url", "HTTPS://dev.local"}}, "https"},
+      {3000, {{"--certs-dir=/x"}}, "http"},
+      {3000, {{"--scheme=http"}}, "http"},
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(ListenerURLResolver::scheme(c.port, c.argv), c.expected) << c.port << " " << testing::PrintToString(c.argv);
+    EXPECT_EQ(ListenerURLResolver::scheme(c.port, c.argv), c.expected)
+        << c.port << " " << ::testing::PrintToString(c.argv);
   }
-  EXPECT_EQ(ListenerURLResolver::scheme(4443, std::nullopt), "https");
-}
-
-PortListener listener(int port, std::vector<BoundEndpoint> endpoints) {
-  PortListener row;
-  row.port = port;
-  row.endpoints = std::move(endpoints);
-  return row;
 }
 
 TEST(OpenableURLTest, PrefersLocalhostThenTheFirstSpecificAddress) {
   using F = AddressFamily;
-  EXPECT_EQ(openableURL(listener(3000, {})), "http://localhost:3000");
-  EXPECT_EQ(openableURL(listener(3000, {{"0.0.0.0", F::ipv4, 3000}, {"127.0.0.1", F::ipv4, 3000}})),
-            "http://localhost:3000");
-  EXPECT_EQ(openableURL(listener(3000, {{"0.0.0.0", F::ipv4, 3000}, {"::", F::ipv6, 3000}})), "http://localhost:3000");
-  EXPECT_EQ(openableURL(listener(3000, {{"0.0.0.0", F::ipv4, 3000}, {"192.168.1.20", F::ipv4, 3000}})),
-            "http://192.168.1.20:3000");
-  EXPECT_EQ(openableURL(listener(8443, {{"fe80::1", F::ipv6, 8443}})), "https://[fe80::1]:8443");
-  // Malformed hosts and ports give no URL.
-  EXPECT_EQ(openableURL(listener(3000, {{"fe80::1%en0", F::ipv6, 3000}})), std::nullopt);
-  EXPECT_EQ(openableURL(listener(3000, {{"bad host", F::ipv4, 3000}})), std::nullopt);
-  EXPECT_EQ(openableURL(listener(3000, {{"999.1.1.1", F::ipv4, 3000}})), std::nullopt);
-  EXPECT_EQ(openableURL(listener(70000, {})), std::nullopt);
-}
-
-TEST(OpenableURLTest, AcceptsOnlyWellFormedHosts) {
+  struct Case {
+    int port;
+    std::vector<BoundEndpoint> endpoints;
+    std::optional<std::string> url;
+  };
+  const Case cases[] = {
+      {3000, {}, "http://localhost:3000"},
+      {3000, {{"0.0.0.0", F::ipv4, 3000}, {"127.0.0.1", F::ipv4, 3000}}, "http://localhost:3000"},
+      {3000, {{"0.0.0.0", F::ipv4, 3000}, {"::", F::ipv6, 3000}}, "http://localhost:3000"},
+      {3000, {{"0.0.0.0", F::ipv4, 3000}, {"192.168.1.20", F::ipv4, 3000}}, "http://192.168.1.20:3000"},
+      {8443, {{"fe80::1", F::ipv6, 8443}}, "https://[fe80::1]:8443"},
+      // Malformed hosts and ports give no URL.
+      {3000, {{"fe80::1%en0", F::ipv6, 3000}}, std::nullopt},
+      {3000, {{"bad host", F::ipv4, 3000}}, std::nullopt},
+      {3000, {{"999.1.1.1", F::ipv4, 3000}}, std::nullopt},
+      {70000, {}, std::nullopt},
+  };
+  for (const auto& c : cases) {
+    PortListener row;
+    row.port = c.port;
+    row.endpoints = c.endpoints;
+    EXPECT_EQ(openableURL(row), c.url) << c.port << " " << (c.endpoints.empty() ? "" : c.endpoints.back().address);
+  }
   for (const char* host : {"localhost", "10.0.0.1", "[2001:db8::2]", "dev-box.local"}) {
     EXPECT_TRUE(ListenerURLResolver::isValidHost(host)) << host;
   }
