@@ -2,70 +2,53 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
+#include "process_core/tests/support/process_table.h"
 
 namespace tidewatch {
 namespace {
 
-ProcessSnapshot process(int32_t pid, int32_t parentPID, std::string path) {
-  ProcessSnapshot snapshot;
-  snapshot.identity = {pid, 1000, 0};
-  snapshot.executablePath = std::move(path);
-  snapshot.parentPID = parentPID;
-  snapshot.sameUser = true;
-  return snapshot;
-}
+using testing::claudePath;
+using testing::process;
 
-const std::string claude = "/home/me/.local/bin/claude";
-const std::string codex = "/home/me/.local/bin/codex";
 const Date now{std::chrono::seconds(1'700'000'000)};
 
-AgentProcessPresenceSnapshot build(const std::vector<ProcessSnapshot>& table,
+AgentProcessPresenceSnapshot build(const std::vector<ProcessSnapshot>& snapshots,
                                    std::map<int32_t, std::string> workingDirectories = {}) {
-  std::map<int32_t, ProcessSnapshot> byPID;
-  for (const auto& snapshot : table) byPID.insert_or_assign(snapshot.identity.pid, snapshot);
-  const AgentProcessGraph graph(table);
-  auto lookup = [&byPID](int32_t pid) -> std::optional<ProcessSnapshot> {
-    auto it = byPID.find(pid);
-    return it == byPID.end() ? std::nullopt : std::optional(it->second);
-  };
-  auto cwd = [&workingDirectories](int32_t pid) -> std::optional<std::string> {
-    auto it = workingDirectories.find(pid);
-    return it == workingDirectories.end() ? std::nullopt : std::optional(it->second);
-  };
-  auto exists = [](const std::string& path) { return path == "/home/me/src/site/.git"; };
-  return AgentProcessPresenceBuilder::build(graph, lookup, cwd, exists, "/home/me", now);
+  testing::FakeProcessTable table(snapshots);
+  table.workingDirectories = std::move(workingDirectories);
+  table.existingPaths = {"/home/me/src/site/.git"};
+  return AgentProcessPresenceBuilder::build(AgentProcessGraph(snapshots), table.lookup(), table.cwd(), table.exists(),
+                                            "/home/me", now);
 }
 
 TEST(AgentProcessPresenceBuilderTest, NoAgentsGiveAnEmptySnapshot) {
-  const auto presence = build({process(10, 1, "/usr/bin/kitty"), process(11, 10, "/bin/bash")});
-  EXPECT_EQ(presence, AgentProcessPresenceSnapshot::empty());
-  EXPECT_EQ(presence.totalCount(), 0);
+  EXPECT_EQ(build({process(10, 1, "/usr/bin/kitty"), process(11, 10, "/bin/bash")}),
+            AgentProcessPresenceSnapshot::empty());
 }
 
 TEST(AgentProcessPresenceBuilderTest, OneEntryPerSessionWithHostProjectAndTime) {
-  const auto presence = build({process(10, 1, "/usr/bin/kitty"), process(20, 10, claude), process(21, 20, claude)},
+  const auto presence = build({process(10, 1, "/usr/bin/kitty"), process(20, 10, claudePath), process(21, 20, claudePath)},
                               {{20, "/home/me/src/site/web"}});
-  ASSERT_EQ(presence.entries.size(), 1u);
-  const AgentProcessPresence& entry = presence.entries.front();
-  EXPECT_EQ(entry.identity, (AgentProcessIdentity{{20, 1000, 0}, AgentKind::claude}));
-  EXPECT_EQ(entry.provider, AgentKind::claude);
-  EXPECT_EQ(entry.host, (HostAppOccurrence{HostAppKind::terminal, {10, 1000, 0}, "kitty"}));
-  EXPECT_EQ(entry.projectName, "site");
-  EXPECT_EQ(entry.detectedAt, now);
+  EXPECT_EQ(presence.entries, (std::vector<AgentProcessPresence>{
+                                  {{{20, 1000, 0}, AgentKind::claude},
+                                   AgentKind::claude,
+                                   HostAppOccurrence{HostAppKind::terminal, {10, 1000, 0}, "kitty"},
+                                   "site",
+                                   now}}));
 }
 
 TEST(AgentProcessPresenceBuilderTest, TheDesktopHostDecidesTheProviderAndEntriesSortByProviderThenPid) {
   const auto presence = build({process(10, 1, "/Applications/ChatGPT.app/Contents/MacOS/ChatGPT"),
-                               process(40, 10, claude), process(30, 1, claude), process(20, 1, claude),
-                               process(50, 1, codex)});
+                               process(40, 10, claudePath), process(30, 1, claudePath), process(20, 1, claudePath),
+                               process(50, 1, testing::codexPath)});
   std::vector<std::pair<int32_t, AgentKind>> order;
   for (const auto& entry : presence.entries) order.emplace_back(entry.identity.process.pid, entry.provider);
   EXPECT_EQ(order, (std::vector<std::pair<int32_t, AgentKind>>{
                        {40, AgentKind::codex}, {50, AgentKind::codex}, {20, AgentKind::claude}, {30, AgentKind::claude}}));
   EXPECT_EQ(presence.entries.front().identity.kind, AgentKind::claude);
-  EXPECT_EQ(presence.codexCount(), 2);
+  EXPECT_EQ(presence.codexCount(), 2) << "counts go by the presented provider";
   EXPECT_EQ(presence.claudeCount(), 2);
+  EXPECT_EQ(presence.totalCount(), 4);
   // Without a working directory or an absolute argument there is no project, and the entry stays.
   EXPECT_EQ(presence.entries.back().projectName, std::nullopt);
 }
