@@ -70,15 +70,6 @@ TEST(ProcessSnapshotNames, DisplayNameFallsBackFromPathToNameToPid) {
   EXPECT_EQ(snapshot.displayName(), "python3.12");
 }
 
-TEST(AgentPresenceCounts, CountThePresentedProvider) {
-  AgentProcessPresenceSnapshot presence;
-  presence.entries.push_back({{{1, 0, 0}, AgentKind::claude}, AgentKind::codex, std::nullopt, std::nullopt, {}});
-  presence.entries.push_back({{{2, 0, 0}, AgentKind::claude}, AgentKind::claude, std::nullopt, std::nullopt, {}});
-  EXPECT_EQ(presence.codexCount(), 1);
-  EXPECT_EQ(presence.claudeCount(), 1);
-  EXPECT_EQ(presence.totalCount(), 2);
-}
-
 PortListener sampleRow() {
   PortListener row;
   row.port = 5173;
