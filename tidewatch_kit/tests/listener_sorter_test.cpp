@@ -48,7 +48,10 @@ TEST(ListenerSorter, EveryModeAfterVisibilityThenPortNameAndID) {
   };
   for (const auto& c : cases) {
     EXPECT_EQ(pids(ListenerSorter::sorted(rows(), c.mode, activity)), c.order) << rawValue(c.mode);
+    EXPECT_EQ(listenerSortModeFromRaw(rawValue(c.mode)), c.mode) << "a remembered mode reads back";
   }
+  EXPECT_EQ(listenerSortModeFromRaw("Port"), std::nullopt);
+  EXPECT_EQ(displayName(ListenerSortMode::uptime), "Uptime");
 }
 
 TEST(ListenerSorter, SamePortAndNameFallBackOnTheStableIDAsAString) {
@@ -59,15 +62,6 @@ TEST(ListenerSorter, SamePortAndNameFallBackOnTheStableIDAsAString) {
     EXPECT_EQ(pids(ListenerSorter::sorted(twins, mode, {})), (std::vector<int32_t>{12, 9})) << rawValue(mode);
     EXPECT_EQ(pids(ListenerSorter::sorted({twins[1], twins[0]}, mode, {})), (std::vector<int32_t>{12, 9}));
   }
-}
-
-TEST(ListenerSorter, ModesReadAndWriteTheirRawValues) {
-  for (auto mode : {ListenerSortMode::port, ListenerSortMode::activity, ListenerSortMode::memory,
-                    ListenerSortMode::uptime}) {
-    EXPECT_EQ(listenerSortModeFromRaw(rawValue(mode)), mode);
-  }
-  EXPECT_EQ(displayName(ListenerSortMode::uptime), "Uptime");
-  EXPECT_EQ(listenerSortModeFromRaw("Port"), std::nullopt);
 }
 
 }  // namespace
