@@ -218,15 +218,11 @@ TEST(ListenerDefaultFilterResolver, WhichFilterASessionStartsWith) {
     EXPECT_EQ(ListenerDefaultFilterResolver::resolve(c.setting, c.attributed, c.lastUsed), c.expected)
         << (c.setting ? rawValue(*c.setting) : "absent") << " " << c.attributed;
   }
-}
-
-TEST(FilterCategory, RawValuesAndNamesRoundTrip) {
+  // Settings and filters are remembered by their raw values.
   for (FC category : allFilterCategories) EXPECT_EQ(filterCategoryFromRaw(rawValue(category)), category);
   for (auto setting : allDefaultFilterSettings) EXPECT_EQ(defaultFilterSettingFromRaw(rawValue(setting)), setting);
-  EXPECT_EQ(rawValue(FC::rubyRails), "rubyRails");
-  EXPECT_EQ(displayName(FC::rubyRails), "Ruby/Rails");
-  EXPECT_EQ(rawValue(DefaultFilterSetting::lastUsed), "lastUsed");
   EXPECT_EQ(filterCategoryFromRaw("Codex"), std::nullopt);
+  EXPECT_EQ(displayName(FC::rubyRails), "Ruby/Rails");
 }
 
 }  // namespace
