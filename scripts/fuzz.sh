@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-20}
 build=build/fuzz
-fuzzers=(envelope_decoder provider_fields_decoder)
+fuzzers=(envelope_decoder provider_fields_decoder settings_editor)
 
 cmake --preset fuzz >/dev/null
 cmake --build "$build" -j2 --target "${fuzzers[@]/#/fuzz_}"
