@@ -32,80 +32,53 @@ TEST(PortEngineEnumeration, NoPidsFailsTheScan) {
   }
 }
 
-TEST(PortEngineEnumeration, ProcessesWithoutSocketsGiveAnEmptyResultAndCostNoSnapshot) {
+TEST(PortEngineRows, OneRowPerPortOfTheUsersOwnListeners) {
   FakeProcessWorld world;
-  world.add(10, 1, "/usr/bin/sleep");
-  world.add(11, 1, "/usr/bin/cat", 100, 0);
-  const auto result = PortEngine(world.dependencies()).scan(true);
-  EXPECT_TRUE(result.listeners.empty());
-  EXPECT_EQ(result.processCount, 2);
-  EXPECT_EQ(result.scannedAt, world.now);
-  EXPECT_TRUE(world.enrichedReads.empty());
-}
-
-TEST(PortEngineRows, ProcessOnTwoPortsGivesTwoRowsAndOneEnrichment) {
-  FakeProcessWorld world;
+  world.add(10, 1, "/usr/bin/sleep");  // no socket: costs no snapshot
+  world.add(30, 1, "/usr/sbin/sshd", 100, 0);
+  world.listen(30, 22, "0.0.0.0");  // another user's listener is no row
   world.add(20, 1, "/opt/app/server");
   world.listen(20, 3000);
   world.listen(20, 3001, "0.0.0.0");
+  for (const char* address : {"127.0.0.1", "::1", "127.0.0.1"}) world.listen(20, 8080, address);
+  world.add(50, 1, "/usr/local/bin/node").argv = std::vector<std::string>{"node", "/work/site/node_modules/.bin/vite"};
+  world.listen(50, 5173);
+  world.add(40, 1, "/usr/lib/systemd/resolved-ish");
+  world.listen(40, 53);
+  world.strongSystemPaths = {"/usr/lib/systemd/resolved-ish"};
+
   const auto result = PortEngine(world.dependencies()).scan(true);
-  ASSERT_EQ(result.listeners.size(), 2u);
+  ASSERT_EQ(result.listeners.size(), 5u);
+  EXPECT_EQ(result.processCount, 5);
+  EXPECT_EQ(result.scannedAt, world.now);
+  EXPECT_EQ(world.enrichedReads, (std::map<int32_t, int>{{20, 1}, {30, 1}, {40, 1}, {50, 1}}));
+  EXPECT_EQ(world.cwdReads[20], 1);
   EXPECT_EQ(rowOnPort(result, 3000).bindScope, BindScope::loopbackOnly);
   EXPECT_EQ(rowOnPort(result, 3001).bindScope, BindScope::allInterfaces);
-  EXPECT_EQ(world.cwdReads[20], 1);
-  EXPECT_EQ(world.enrichedReads[20], 1);
-}
 
-TEST(PortEngineRows, LoopbackPairAndRepeatedSocketFoldIntoOneRow) {
-  FakeProcessWorld world;
-  world.add(20, 1, "/opt/app/server");
-  world.listen(20, 8080, "127.0.0.1");
-  world.listen(20, 8080, "::1");
-  world.listen(20, 8080, "127.0.0.1");
-  const auto result = PortEngine(world.dependencies()).scan(true);
-  ASSERT_EQ(result.listeners.size(), 1u);
-  const auto& row = result.listeners.front();
-  ASSERT_EQ(row.endpoints.size(), 2u);
-  EXPECT_EQ(row.endpoints[0].address, "127.0.0.1");
-  EXPECT_EQ(row.endpoints[1].address, "::1");
-  ASSERT_EQ(row.bindSignature.tokens.size(), 1u);
-  EXPECT_TRUE(std::holds_alternative<BindSignature::Loopback>(row.bindSignature.tokens[0]));
-  EXPECT_EQ(row.workerPoolSize, 1);
-  EXPECT_EQ(row.identity.stableID(), "proc:20:100.0:TCP:8080:0");
-  EXPECT_EQ(row.process.residentMemoryBytes, 4096u);
-}
+  // The loopback pair and the repeated socket fold into one row.
+  const auto& pair = rowOnPort(result, 8080);
+  ASSERT_EQ(pair.endpoints.size(), 2u);
+  EXPECT_EQ(pair.endpoints[0].address, "127.0.0.1");
+  EXPECT_EQ(pair.endpoints[1].address, "::1");
+  ASSERT_EQ(pair.bindSignature.tokens.size(), 1u);
+  EXPECT_TRUE(std::holds_alternative<BindSignature::Loopback>(pair.bindSignature.tokens[0]));
+  EXPECT_EQ(pair.workerPoolSize, 1);
+  EXPECT_EQ(pair.identity.stableID(), "proc:20:100.0:TCP:8080:0");
+  EXPECT_EQ(pair.process.residentMemoryBytes, 4096u);
 
-TEST(PortEngineRows, OtherUsersListenersAreNotRows) {
-  FakeProcessWorld world;
-  world.add(30, 1, "/usr/sbin/sshd", 100, 0);
-  world.listen(30, 22, "0.0.0.0");
-  EXPECT_TRUE(PortEngine(world.dependencies()).scan(true).listeners.empty());
-}
+  EXPECT_EQ(rowOnPort(result, 5173).classification.runtime, Runtime::node);
+  EXPECT_EQ(rowOnPort(result, 5173).classification.framework, Framework::vite);
 
-TEST(PortEngineRows, StrongSystemFlagsAreAskedOnceInRowOrderAndHideRows) {
-  FakeProcessWorld world;
-  world.add(40, 1, "/usr/lib/systemd/resolved-ish");
-  world.add(41, 1, "/opt/app/server");
-  world.listen(40, 53);
-  world.listen(41, 4000);
-  world.strongSystemPaths = {"/usr/lib/systemd/resolved-ish"};
-  const auto result = PortEngine(world.dependencies()).scan(true);
+  // The strong system flags are asked once, in row order, and hide their rows.
+  std::vector<std::optional<std::string>> rowPaths;
+  for (const auto& row : result.listeners) rowPaths.push_back(row.process.executablePath);
   EXPECT_EQ(world.flagCalls, 1);
-  EXPECT_EQ(world.flaggedPaths.size(), 2u);
+  EXPECT_EQ(world.flaggedPaths, rowPaths);
   EXPECT_EQ(rowOnPort(result, 53).visibility, VisibilityClass::hiddenSystemBackground);
-  EXPECT_EQ(rowOnPort(result, 4000).visibility, VisibilityClass::defaultVisible);
+  EXPECT_EQ(rowOnPort(result, 3000).visibility, VisibilityClass::defaultVisible);
   EXPECT_EQ(result.hiddenCount(), 1);
-  EXPECT_EQ(result.visible().size(), 1u);
-}
-
-TEST(PortEngineRows, RowsAreClassified) {
-  FakeProcessWorld world;
-  auto& node = world.add(50, 1, "/usr/local/bin/node");
-  node.argv = std::vector<std::string>{"node", "/work/site/node_modules/.bin/vite"};
-  world.listen(50, 5173);
-  const auto row = PortEngine(world.dependencies()).scan(true).listeners.front();
-  EXPECT_EQ(row.classification.runtime, Runtime::node);
-  EXPECT_EQ(row.classification.framework, Framework::vite);
+  EXPECT_EQ(result.visible().size(), 4u);
 }
 
 TEST(PortEngineRowsDeathTest, FlagsOfTheWrongLengthStopTheProgram) {
@@ -117,36 +90,32 @@ TEST(PortEngineRowsDeathTest, FlagsOfTheWrongLengthStopTheProgram) {
   EXPECT_DEATH(PortEngine(d).scan(true), "");
 }
 
-TEST(PortEnginePools, WorkersOfOneParentFoldIntoOnePoolRow) {
+TEST(PortEnginePools, WorkersOfOneParentAndExecutableFoldIntoOnePoolRow) {
   FakeProcessWorld world;
   world.add(60, 1, "/opt/web/master");
   for (int32_t pid : {63, 61, 62}) {
     world.add(pid, 60, "/opt/web/worker");
     world.listen(pid, 8000, "0.0.0.0");
   }
-  const auto result = PortEngine(world.dependencies()).scan(true);
-  ASSERT_EQ(result.listeners.size(), 1u);
-  const auto& row = result.listeners.front();
-  EXPECT_EQ(row.workerPoolSize, 3);
-  EXPECT_EQ(row.process.identity.pid, 61);
-  EXPECT_EQ(row.identity.process.pid, 60);
-  EXPECT_TRUE(row.identity.isPool);
-  EXPECT_EQ(row.identity.stableID(), "pool:60:100.0:TCP:8000:1:/opt/web/worker");
-  EXPECT_EQ(row.parentIdentity, (ProcessIdentity{60, 100, 0}));
-  EXPECT_EQ(world.identityReads[60], 1) << "the parent's identity is memoised per parent pid";
-}
-
-TEST(PortEnginePools, ChildrenOfInitAndDifferentExecutablesStaySingle) {
-  FakeProcessWorld world;
-  world.add(70, 1, "/opt/web/worker");
-  world.add(71, 1, "/opt/web/worker");
-  world.add(72, 80, "/opt/web/a");
-  world.add(73, 80, "/opt/web/b");
+  // Children of init, and children of one parent with different executables, stay single.
   world.add(80, 1, "/opt/web/master");
-  for (int32_t pid : {70, 71, 72, 73}) world.listen(pid, 9000);
+  for (auto [pid, parent, path] : {std::tuple{70, 1, "/opt/web/worker"}, {71, 1, "/opt/web/worker"},
+                                   {72, 80, "/opt/web/a"}, {73, 80, "/opt/web/b"}}) {
+    world.add(pid, parent, path);
+    world.listen(pid, 9000);
+  }
   const auto result = PortEngine(world.dependencies()).scan(true);
-  EXPECT_EQ(result.listeners.size(), 4u);
+  ASSERT_EQ(result.listeners.size(), 5u);
+  const auto& pool = rowOnPort(result, 8000);
+  EXPECT_EQ(pool.workerPoolSize, 3);
+  EXPECT_EQ(pool.process.identity.pid, 61);
+  EXPECT_EQ(pool.identity.process.pid, 60);
+  EXPECT_TRUE(pool.identity.isPool);
+  EXPECT_EQ(pool.identity.stableID(), "pool:60:100.0:TCP:8000:1:/opt/web/worker");
+  EXPECT_EQ(pool.parentIdentity, (ProcessIdentity{60, 100, 0}));
+  EXPECT_EQ(world.identityReads[60], 1) << "the parent's identity is memoised per parent pid";
   for (const auto& row : result.listeners) {
+    if (row.port != 9000) continue;
     EXPECT_EQ(row.workerPoolSize, 1);
     EXPECT_FALSE(row.parentIdentity.has_value());
     EXPECT_TRUE(row.id().starts_with("proc:"));
@@ -172,23 +141,30 @@ class PortEngineAgentWorld : public ::testing::Test {
   FakeProcessWorld world;
 };
 
-TEST_F(PortEngineAgentWorld, RowCarriesAgentHostProjectAndFocusTarget) {
+TEST_F(PortEngineAgentWorld, RowsCarryTheSessionHostProjectAndFocusTarget) {
+  // A sub-agent's server belongs to the top-level session.
+  world.add(110, 102, "/home/dev/.local/bin/claude");
+  world.add(111, 110, "/usr/local/bin/node");
+  world.listen(111, 4000);
   const auto result = PortEngine(world.dependencies()).scan(true);
-  ASSERT_EQ(result.listeners.size(), 1u);
-  const auto& row = result.listeners.front();
-  EXPECT_EQ(row.agentOrigin, AgentKind::claude);
-  ASSERT_TRUE(row.agentProcess.has_value());
-  EXPECT_EQ(row.agentProcess->process.pid, 102);
-  ASSERT_TRUE(row.host.has_value());
-  EXPECT_EQ(row.host->kind, HostAppKind::terminal);
-  EXPECT_EQ(row.focusTarget, (FocusTarget{100, "gnome-terminal-server"}));
-  EXPECT_EQ(row.project, (ListenerProject{"site", "/home/dev/site"}));
-  EXPECT_FALSE(row.isInTidewatchSubtree);
+  ASSERT_EQ(result.listeners.size(), 2u);
+  for (int port : {3000, 4000}) {
+    const auto& row = rowOnPort(result, port);
+    EXPECT_EQ(row.agentOrigin, AgentKind::claude) << port;
+    EXPECT_EQ(row.agentProcess, (AgentProcessIdentity{{102, 100, 0}, AgentKind::claude})) << port;
+    EXPECT_EQ(row.host, AgentHost{HostAppKind::terminal}) << port;
+    EXPECT_FALSE(row.isInTidewatchSubtree);
+  }
+  EXPECT_EQ(rowOnPort(result, 3000).focusTarget, (FocusTarget{100, "gnome-terminal-server"}));
+  EXPECT_EQ(rowOnPort(result, 3000).project, (ListenerProject{"site", "/home/dev/site"}));
 
   ASSERT_EQ(result.agentPresence.entries.size(), 1u);
   EXPECT_EQ(result.agentPresence.claudeCount(), 1);
   EXPECT_EQ(result.agentPresence.entries[0].projectName, "site");
   EXPECT_EQ(result.agentPresence.entries[0].detectedAt, world.now);
+
+  world.selfPID = 101;
+  EXPECT_TRUE(rowOnPort(PortEngine(world.dependencies()).scan(true), 3000).isInTidewatchSubtree);
 }
 
 TEST_F(PortEngineAgentWorld, EachPidIsReadAtMostOncePerScan) {
@@ -202,33 +178,15 @@ TEST_F(PortEngineAgentWorld, EachPidIsReadAtMostOncePerScan) {
   EXPECT_EQ(world.detectionReads.count(1), 0u) << "walks never enter pid 1";
 }
 
-TEST_F(PortEngineAgentWorld, SubAgentsAreAttributedToTheirSession) {
-  world.add(110, 102, "/home/dev/.local/bin/claude");
-  world.add(111, 110, "/usr/local/bin/node");
-  world.listen(111, 4000);
-  const auto result = PortEngine(world.dependencies()).scan(true);
-  const auto& row = rowOnPort(result, 4000);
-  ASSERT_TRUE(row.agentProcess.has_value());
-  EXPECT_EQ(row.agentProcess->process.pid, 102);
-  EXPECT_EQ(result.agentPresence.totalCount(), 1);
-}
-
 TEST_F(PortEngineAgentWorld, AgentWhoseIdentityCannotBeConfirmedLosesOnlyTheAttribution) {
   world.listen(102, 7000);
   world.identityUnreadable = {102};
   const auto result = PortEngine(world.dependencies()).scan(true);
   const auto& row = rowOnPort(result, 7000);
-  EXPECT_FALSE(row.agentOrigin.has_value());
-  EXPECT_FALSE(row.agentProcess.has_value());
-  ASSERT_TRUE(row.host.has_value());
-  EXPECT_EQ(row.host->kind, HostAppKind::terminal);
+  EXPECT_EQ(row.agentOrigin, std::nullopt);
+  EXPECT_EQ(row.agentProcess, std::nullopt);
+  EXPECT_EQ(row.host, AgentHost{HostAppKind::terminal});
   EXPECT_EQ(row.project->name, "site");
-}
-
-TEST_F(PortEngineAgentWorld, ListenersInOurOwnSubtreeAreMarked) {
-  world.selfPID = 101;
-  const auto result = PortEngine(world.dependencies()).scan(true);
-  EXPECT_TRUE(result.listeners.front().isInTidewatchSubtree);
 }
 
 TEST(PortEngineLiveChecks, PoolMembersAreFoundAfreshAndShellsAreLeftOut) {
