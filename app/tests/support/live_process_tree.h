@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -25,18 +25,19 @@ namespace fs = std::filesystem;
 
 class LiveProcessTree : public ::testing::Test {
  protected:
+  static constexpr auto everyone = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                   fs::perms::others_read | fs::perms::others_exec;
+
   void SetUp() override {
     char pattern[] = "/tmp/tidewatch-live-XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     root = pattern;
-    fs::create_directories(root / "bin");
     ready = root / "ready";
-    // Readable and writable for a process of another user, too.
-    fs::permissions(root, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                              fs::perms::others_read | fs::perms::others_exec);
+    fs::create_directories(root / "bin");
+    // Readable, and the ready file writable, for a process of another user too.
+    fs::permissions(root, everyone);
     std::ofstream(ready).close();
-    fs::permissions(ready, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read |
-                               fs::perms::group_write | fs::perms::others_read | fs::perms::others_write);
+    fs::permissions(ready, fs::perms::all & ~(fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec));
   }
 
   void TearDown() override {
@@ -51,8 +52,7 @@ class LiveProcessTree : public ::testing::Test {
   std::string actor(const std::string& name) {
     const fs::path path = root / "bin" / name;
     fs::copy_file(TIDEWATCH_LIVE_WORLD, path);
-    fs::permissions(path, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                              fs::perms::others_read | fs::perms::others_exec);
+    fs::permissions(path, everyone);
     return path;
   }
 
@@ -88,26 +88,33 @@ class LiveProcessTree : public ::testing::Test {
     return started;
   }
 
+  // Whether the condition comes true within the limit, asked every few milliseconds.
+  static bool eventually(const std::function<bool()>& condition,
+                         std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() >= deadline) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+  }
+
   // pid -> ports, once `lines` listeners have announced themselves.
   std::map<pid_t, std::vector<int>> awaitListeners(size_t lines) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
+    std::map<pid_t, std::vector<int>> announced;
+    EXPECT_TRUE(eventually([&] {
+      announced.clear();
       std::ifstream in(ready);
-      std::map<pid_t, std::vector<int>> announced;
-      std::string line;
       size_t count = 0;
-      while (std::getline(in, line)) {
+      for (std::string line; std::getline(in, line); ++count) {
         std::istringstream words(line);
         pid_t pid = 0;
         words >> pid;
         for (int port; words >> port;) announced[pid].push_back(port);
-        ++count;
       }
-      if (count >= lines) return announced;
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    ADD_FAILURE() << "listeners did not come up";
-    return {};
+      return count >= lines;
+    })) << "listeners did not come up";
+    return announced;
   }
 
   nlohmann::json scan() {
@@ -120,6 +127,7 @@ class LiveProcessTree : public ::testing::Test {
     return nlohmann::json::parse(out);
   }
 
+  // The rows of the pid, and the one on a port among them.
   static std::vector<nlohmann::json> rowsOf(const nlohmann::json& report, pid_t pid) {
     std::vector<nlohmann::json> rows;
     for (const auto& row : report["listeners"]) {
@@ -127,7 +135,6 @@ class LiveProcessTree : public ::testing::Test {
     }
     return rows;
   }
-
   static nlohmann::json rowOnPort(const std::vector<nlohmann::json>& rows, int port) {
     for (const auto& row : rows) {
       if (row["port"] == port) return row;
