@@ -1,7 +1,5 @@
 // Guarded actions against real processes that the test starts: signals really arrive where
 // the guard allows them, and protected processes really survive.
-#include <optional>
-
 #include "app/tests/support/live_process_tree.h"
 #include "process_core/process_reader.h"
 #include "tidewatch_kit/listener_terminator.h"
@@ -11,9 +9,12 @@ namespace {
 
 class LiveActions : public testing::LiveProcessTree {
  protected:
-  std::optional<PortListener> row(pid_t pid, int port) {
+  // The row of the pid on the port; with no pid, the pool row on the port.
+  static std::optional<PortListener> row(std::optional<pid_t> pid, int port) {
     for (const auto& listener : PortEngine().scan(true).listeners) {
-      if (listener.process.identity.pid == pid && listener.port == port) return listener;
+      if (listener.port == port && (pid ? listener.process.identity.pid == *pid : listener.workerPoolSize > 1)) {
+        return listener;
+      }
     }
     return std::nullopt;
   }
@@ -25,17 +26,21 @@ class LiveActions : public testing::LiveProcessTree {
     return close != std::string::npos && close + 2 < text.size() && text[close + 2] != 'Z';
   }
 
-  // Whether the process is gone (or a zombie) within `limit`.
+  // Whether the process is gone (or a zombie) within the limit.
   static bool exitsWithin(pid_t pid, std::chrono::milliseconds limit = std::chrono::seconds(5)) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (isRunning(pid)) {
-      if (std::chrono::steady_clock::now() >= deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
+    return eventually([pid] { return !isRunning(pid); }, limit);
   }
 
-  const ListenerTerminator terminator{PortEngine(), ProcessSafetyClassifier::Context::current()};
+  // What the guard answers when asked to signal the pid directly, without an offered request.
+  std::string forgedKill(pid_t pid) const {
+    KillRequest forged;
+    forged.pid = pid;
+    forged.target = *Libproc::processIdentity(pid);
+    return terminator.kill(forged).message();
+  }
+
+  const SafetyContext& context = ProcessSafetyClassifier::Context::current();
+  const ListenerTerminator terminator{PortEngine(), context};
 };
 
 TEST_F(LiveActions, KillAndForceKillReachTheRealProcess) {
@@ -45,7 +50,7 @@ TEST_F(LiveActions, KillAndForceKillReachTheRealProcess) {
 
   const auto serverRow = row(server, ports[server].front());
   ASSERT_TRUE(serverRow.has_value());
-  const auto kill = KillRequest::request(*serverRow, ProcessSafetyClassifier::Context::current());
+  const auto kill = KillRequest::request(*serverRow, context);
   ASSERT_TRUE(kill.has_value());
   EXPECT_EQ(terminator.kill(*kill).message(), "Sent SIGTERM.");
   EXPECT_TRUE(exitsWithin(server));
@@ -53,7 +58,6 @@ TEST_F(LiveActions, KillAndForceKillReachTheRealProcess) {
 
   const auto stubbornRow = row(stubborn, ports[stubborn].front());
   ASSERT_TRUE(stubbornRow.has_value());
-  const auto context = ProcessSafetyClassifier::Context::current();
   EXPECT_EQ(terminator.kill(*KillRequest::request(*stubbornRow, context)).message(), "Sent SIGTERM.");
   EXPECT_FALSE(exitsWithin(stubborn, std::chrono::milliseconds(50)))
       << "SIGTERM is ignored and nothing escalates on its own";
@@ -62,38 +66,26 @@ TEST_F(LiveActions, KillAndForceKillReachTheRealProcess) {
 }
 
 TEST_F(LiveActions, APoolUnderAShellLosesItsWorkersWhileTheShellLives) {
-  const std::string worker = actor("worker");
-  const pid_t shell = start({actor("bash"), "poolexec", "3", "127.0.0.1", worker}, root, std::nullopt, true);
+  const pid_t shell = start({actor("bash"), "pool", "3", "127.0.0.1", actor("worker")}, root, std::nullopt, true);
   const int port = awaitListeners(1)[shell].front();
 
   // The workers show as one pool once all three have become "worker".
   std::optional<PortListener> pool;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (!pool && std::chrono::steady_clock::now() < deadline) {
-    for (const auto& listener : PortEngine().scan(true).listeners) {
-      if (listener.port == port && listener.workerPoolSize == 3) pool = listener;
-    }
-    if (!pool) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  ASSERT_TRUE(pool.has_value());
+  ASSERT_TRUE(eventually([&] { return (pool = row(std::nullopt, port)) && pool->workerPoolSize == 3; }));
   EXPECT_EQ(pool->parentIdentity->pid, shell);
   const auto shellRow = row(shell, port);
   ASSERT_TRUE(shellRow.has_value());
-  const auto context = ProcessSafetyClassifier::Context::current();
   EXPECT_FALSE(KillRequest::request(*shellRow, context)) << "a shell is never offered a kill";
 
-  const auto members = PortEngine().poolMemberIdentities(StopPoolRequest::request(*pool, context)->poolSignals);
+  const auto request = StopPoolRequest::request(*pool, context);
+  ASSERT_TRUE(request.has_value());
+  const auto members = PortEngine().poolMemberIdentities(request->poolSignals);
   ASSERT_EQ(members.size(), 3u);
-  EXPECT_EQ(terminator.stopPool(*StopPoolRequest::request(*pool, context)).message(),
-            "Sent SIGTERM to 3 pool workers.");
+  EXPECT_EQ(terminator.stopPool(*request).message(), "Sent SIGTERM to 3 pool workers.");
   for (const auto& member : members) EXPECT_TRUE(exitsWithin(member.pid)) << member.pid;
   EXPECT_TRUE(isRunning(shell));
 
-  // Asked to signal the shell itself, the guard refuses.
-  KillRequest forged;
-  forged.pid = shell;
-  forged.target = *Libproc::processIdentity(shell);
-  EXPECT_EQ(terminator.kill(forged).message(), "That\xE2\x80\x99s a login shell \xE2\x80\x94 Tidewatch won\xE2\x80\x99t stop it.");
+  EXPECT_EQ(forgedKill(shell), "That\xE2\x80\x99s a login shell \xE2\x80\x94 Tidewatch won\xE2\x80\x99t stop it.");
   EXPECT_TRUE(isRunning(shell));
 }
 
@@ -102,11 +94,7 @@ TEST_F(LiveActions, AProcessOfAnotherUserIsRefused) {
   const pid_t other = start({actor("devserver"), "listen", "127.0.0.1"}, root, 65534, true);
   const int port = awaitListeners(1)[other].front();
   EXPECT_FALSE(row(other, port).has_value()) << "another user's listener is no row";
-
-  KillRequest forged;
-  forged.pid = other;
-  forged.target = *Libproc::processIdentity(other);
-  EXPECT_EQ(terminator.kill(forged).message(),
+  EXPECT_EQ(forgedKill(other),
             "Tidewatch can\xE2\x80\x99t confirm you own that process \xE2\x80\x94 it won\xE2\x80\x99t signal it.");
   EXPECT_TRUE(isRunning(other));
 }
