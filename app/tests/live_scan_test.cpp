@@ -14,6 +14,7 @@ TEST_F(LiveScan, FindsEveryBindingShapeOfOneProcess) {
   ASSERT_EQ(ports.size(), 5u);
 
   const auto report = scan();
+  EXPECT_GE(report["processCount"].get<int>(), 3);
   const auto rows = rowsOf(report, server);
   ASSERT_EQ(rows.size(), 4u) << report.dump(2);
 
@@ -25,15 +26,13 @@ TEST_F(LiveScan, FindsEveryBindingShapeOfOneProcess) {
   EXPECT_EQ(pair["endpoints"][1]["family"], "IPv6");
   EXPECT_EQ(pair["process"]["executablePath"], (root / "bin" / "devserver").string());
   EXPECT_EQ(pair["workerPoolSize"], 1);
-
-  EXPECT_EQ(rowOnPort(rows, ports[2])["bindScope"], "allInterfaces");
-  const auto wildcard6 = rowOnPort(rows, ports[3]);
-  EXPECT_EQ(wildcard6["bindScope"], "allInterfaces");
-  EXPECT_EQ(wildcard6["endpoints"][0]["address"], "::");
-  const auto mapped = rowOnPort(rows, ports[4]);
-  EXPECT_EQ(mapped["bindScope"], "specificInterface");
-  EXPECT_EQ(mapped["endpoints"][0]["address"], "::ffff:127.0.0.1");
-  EXPECT_GE(report["processCount"].get<int>(), 3);
+  for (const auto& [port, scope, address] : {std::tuple{ports[2], "allInterfaces", "0.0.0.0"},
+                                             {ports[3], "allInterfaces", "::"},
+                                             {ports[4], "specificInterface", "::ffff:127.0.0.1"}}) {
+    const auto row = rowOnPort(rows, port);
+    EXPECT_EQ(row["bindScope"], scope) << address;
+    EXPECT_EQ(row["endpoints"][0]["address"], address);
+  }
 }
 
 TEST_F(LiveScan, AttributesAnAgentsDevServerAndFoldsAWorkerPool) {
@@ -41,32 +40,19 @@ TEST_F(LiveScan, AttributesAnAgentsDevServerAndFoldsAWorkerPool) {
   fs::create_directories(project / "web");
   std::ofstream(project / "package.json") << "{}\n";
 
-  const std::string terminal = actor("xterm");
-  const std::string agent = actor("claude");
-  const std::string devserver = actor("devserver");
-  const pid_t terminalPID =
-      start({terminal, "spawn", agent, "spawn", devserver, "listen", "127.0.0.1"}, project / "web");
+  const pid_t terminalPID = start(
+      {actor("xterm"), "spawn", actor("claude"), "spawn", actor("devserver"), "listen", "127.0.0.1"}, project / "web");
+  const auto devServer = awaitListeners(1);
+  ASSERT_EQ(devServer.size(), 1u);
+  const auto [server, devPorts] = *devServer.begin();
   const pid_t poolParent = start({actor("gunicorn"), "pool", "3", "127.0.0.1"}, root);
-
   auto announced = awaitListeners(4);
-  announced.erase(poolParent);
-  ASSERT_EQ(announced.size(), 4u);  // the dev server and three workers
-  pid_t server = 0;
-  int devPort = 0, poolPort = 0;
-  for (const auto& [pid, ports] : announced) {
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(stat)), {});
-    if (text.find("(devserver)") != std::string::npos) {
-      server = pid;
-      devPort = ports.front();
-    } else {
-      poolPort = ports.front();
-    }
-  }
-  ASSERT_NE(server, 0);
+  announced.erase(server);
+  ASSERT_EQ(announced.size(), 3u);  // the three workers
+  const int poolPort = announced.begin()->second.front();
 
   const auto report = scan();
-  const auto dev = rowOnPort(rowsOf(report, server), devPort);
+  const auto dev = rowOnPort(rowsOf(report, server), devPorts.front());
   EXPECT_EQ(dev["agentOrigin"], "claude") << dev.dump(2);
   EXPECT_EQ(dev["agentProcess"]["kind"], "claude");
   EXPECT_EQ(dev["agentProcess"]["process"]["pid"], dev["process"]["parentPID"]);
