@@ -48,6 +48,12 @@ class TerminatorTest : public ::testing::Test {
     world.add(51, 50, "/usr/bin/bash");
     world.add(52, 51, "/opt/app/server", 200);
     world.listen(52, 3000);
+    // A pool of three workers under a supervisor, serving port 8000.
+    world.add(60, 51, "/opt/web/master", 300);
+    for (int32_t pid : {61, 62, 63}) {
+      world.add(pid, 60, "/opt/web/worker", 300);
+      world.listen(pid, 8000, "0.0.0.0");
+    }
   }
 
   ListenerTerminator terminator() {
@@ -161,35 +167,14 @@ TEST_F(TerminatorTest, GoneProcessesAndNonPositivePIDs) {
   EXPECT_EQ(terminator().kill(request).message(), "That process had already exited.");
 
   // A table that claims a process at pid 0 still never reaches the system call.
-  auto d = world.dependencies();
-  d.liveResolveSnapshot = [](int32_t pid) {
-    ProcessSnapshot snapshot;
-    snapshot.identity = {pid, 1, 0};
-    snapshot.executablePath = "/opt/x";
-    snapshot.sameUser = true;
-    return std::optional<ProcessSnapshot>(snapshot);
-  };
+  world.add(0, 0, "/opt/x", 1);
   KillRequest zero;
-  zero.pid = 0;
   zero.target = {0, 1, 0};
-  EXPECT_EQ(ListenerTerminator(PortEngine(d), context(), log.signals()).kill(zero).message(),
-            "Couldn\xE2\x80\x99t send SIGTERM: refused to signal a non-positive PID.");
+  EXPECT_EQ(terminator().kill(zero).message(), "Couldn\xE2\x80\x99t send SIGTERM: refused to signal a non-positive PID.");
   EXPECT_TRUE(log.signalsOnly().empty());
 }
 
-class PoolTerminatorTest : public TerminatorTest {
- protected:
-  void SetUp() override {
-    TerminatorTest::SetUp();
-    world.add(60, 51, "/opt/web/master", 300);
-    for (int32_t pid : {61, 62, 63}) {
-      world.add(pid, 60, "/opt/web/worker", 300);
-      world.listen(pid, 8000, "0.0.0.0");
-    }
-  }
-};
-
-TEST_F(PoolTerminatorTest, AnActionableSupervisorGetsTheOneSignal) {
+TEST_F(TerminatorTest, AnActionableSupervisorGetsTheOneSignal) {
   const auto request = StopPoolRequest::request(row(8000), context());
   ASSERT_TRUE(request.has_value());
   EXPECT_EQ(request->supervisor, (ProcessIdentity{60, 300, 0}));
@@ -200,7 +185,7 @@ TEST_F(PoolTerminatorTest, AnActionableSupervisorGetsTheOneSignal) {
   EXPECT_EQ(log.signalsOnly(), std::vector<std::string>{"signal 15 60"});
 }
 
-TEST_F(PoolTerminatorTest, AProtectedSupervisorLivesAndItsWorkersAreStoppedOneByOne) {
+TEST_F(TerminatorTest, AProtectedSupervisorLivesAndItsWorkersAreStoppedOneByOne) {
   const auto request = *StopPoolRequest::request(row(8000), context());
   world.add(60, 51, "/usr/bin/bash", 300);  // the supervisor is a shell
   EXPECT_EQ(terminator().stopPool(request).message(), "Sent SIGTERM to 3 pool workers.");
@@ -214,7 +199,7 @@ TEST_F(PoolTerminatorTest, AProtectedSupervisorLivesAndItsWorkersAreStoppedOneBy
   EXPECT_EQ(terminator().stopPool(request).message(), "Tidewatch couldn\xE2\x80\x99t safely stop this pool.");
 }
 
-TEST_F(PoolTerminatorTest, AGoneOrReplacedSupervisorStopsNothing) {
+TEST_F(TerminatorTest, AGoneOrReplacedSupervisorStopsNothing) {
   const auto request = *StopPoolRequest::request(row(8000), context());
   world.restart(60, 301);
   EXPECT_EQ(terminator().stopPool(request).message(),
@@ -244,7 +229,7 @@ TEST_F(TerminatorTest, AgentsAreStoppedOnlyWhileStillVerified) {
   EXPECT_EQ(terminator().stopAgent(*request).message(), "That agent had already stopped.");
 }
 
-TEST_F(PoolTerminatorTest, StopVisibleCountsListenersAndTargetsAndSumsOneCounterPerTarget) {
+TEST_F(TerminatorTest, StopVisibleCountsListenersAndTargetsAndSumsOneCounterPerTarget) {
   world.listen(52, 3001);  // a second port of the same process
   world.add(80, 51, "/opt/app/other", 500);
   world.listen(80, 4000);
