@@ -5,6 +5,8 @@
 
 #include <fstream>
 
+#include "tidewatch_kit/tests/listener_rows.h"
+
 namespace tidewatch {
 namespace {
 
@@ -44,32 +46,17 @@ TEST(TablePadding, CutsAndPadsByUserPerceivedCharacters) {
   EXPECT_EQ(padded("\xF0\x9F\x87\xA9\xF0\x9F\x87\xAA" "ab", 3), "\xF0\x9F\x87\xA9\xF0\x9F\x87\xAA" "a ");
 }
 
-PortListener row(int32_t pid, int port, std::string path, VisibilityClass visibility = VisibilityClass::defaultVisible) {
-  PortListener listener;
-  listener.port = port;
-  listener.process.identity = {pid, 1763830000, 0};
-  listener.process.executablePath = std::move(path);
-  listener.process.sameUser = true;
-  listener.endpoints = {{"127.0.0.1", AddressFamily::ipv4, port}};
-  listener.bindScope = makeBindScope(listener.endpoints);
-  listener.bindSignature = BindSignature::make(listener.endpoints);
-  listener.identity = {listener.process.identity, PortProtocol::tcp, port, listener.bindSignature, false, {}};
-  listener.visibility = visibility;
-  return listener;
-}
+using testing::Row;
 
 ScanResult sampleResult() {
   ScanResult result;
   result.scannedAt = Date(std::chrono::seconds(1795375680));  // 2026-11-22T19:28:00Z
   result.processCount = 412;
-  auto web = row(4100, 5173, "/usr/local/bin/node");
-  web.classification = {Runtime::node, Framework::vite, std::nullopt, Confidence::high, "Node \xC2\xB7 Vite"};
-  auto pool = row(2200, 8000, "/home/dev/.venv/bin/a-rather-long-server-name");
-  pool.workerPoolSize = 4;
-  pool.endpoints = {{"0.0.0.0", AddressFamily::ipv4, 8000}};
-  pool.bindScope = BindScope::allInterfaces;
-  auto dns = row(612, 53, "/usr/lib/systemd/systemd-resolved", VisibilityClass::hiddenSystemBackground);
-  result.listeners = {pool, dns, web};
+  result.listeners = {
+      Row(2200, 8000).path("/home/dev/.venv/bin/a-rather-long-server-name").pool(4).bound(
+          {{"0.0.0.0", AddressFamily::ipv4, 8000}}),
+      Row(612, 53).path("/usr/lib/systemd/systemd-resolved").hidden(),
+      Row(4100, 5173).path("/usr/local/bin/node").classified(Runtime::node, Framework::vite, "Node \xC2\xB7 Vite")};
   return result;
 }
 
@@ -120,9 +107,7 @@ TEST(JSONReport, ByteForByteForm) {
   ScanResult result;
   result.scannedAt = Date(std::chrono::seconds(1795375680));
   result.processCount = 3;
-  auto listener = row(77, 8080, "/srv/app");
-  listener.process.name = "app";
-  result.listeners = {listener};
+  result.listeners = {Row(77, 8080).path("/srv/app").started(1763830000)};
   const std::string expected = R"({
   "claudeAgentCount" : 0,
   "codexAgentCount" : 0,
@@ -176,7 +161,7 @@ TEST(JSONReport, ByteForByteForm) {
           "startTimeSeconds" : 1763830000
         },
         "name" : "app",
-        "sameUser" : true
+        "sameUser" : false
       },
       "proto" : "TCP",
       "state" : "LISTEN",

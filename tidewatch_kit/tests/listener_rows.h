@@ -1,5 +1,5 @@
-// Builds listener rows for the list model, the sorter and the scan session, with only the fields a
-// case cares about set.
+// Builds listener rows for the list model, the sorter, the scan session and the reports, with
+// only the fields a case cares about set.
 #pragma once
 
 #include <string>
@@ -14,12 +14,16 @@ class Row {
  public:
   Row(int32_t pid, int port) {
     listener_.port = port;
-    listener_.endpoints = {{"127.0.0.1", AddressFamily::ipv4, port}};
-    listener_.bindScope = makeBindScope(listener_.endpoints);
-    listener_.bindSignature = BindSignature::make(listener_.endpoints);
     listener_.identity.port = port;
-    listener_.identity.bindSignature = listener_.bindSignature;
+    bound({{"127.0.0.1", AddressFamily::ipv4, port}});
     identity({pid, 1'700'000'000, 0});
+  }
+
+  Row& bound(std::vector<BoundEndpoint> endpoints) {
+    listener_.endpoints = std::move(endpoints);
+    listener_.bindScope = makeBindScope(listener_.endpoints);
+    listener_.bindSignature = listener_.identity.bindSignature = BindSignature::make(listener_.endpoints);
+    return *this;
   }
 
   Row& identity(ProcessIdentity identity) {
