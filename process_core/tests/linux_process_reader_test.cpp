@@ -60,10 +60,10 @@ TEST(LinuxProcessReader, LiveListeningSocketsShowEachBindingOfAProcess) {
   EXPECT_NE(std::find(pids.begin(), pids.end(), child.pid()), pids.end());
   EXPECT_TRUE(std::all_of(pids.begin(), pids.end(), [](int32_t pid) { return pid > 0; }));
   using F = AddressFamily;
+  using S = RawListeningSocket;
   EXPECT_THAT(Libproc::listeningSockets(child.pid()),
-              ElementsAre(RawListeningSocket{ports[0], F::ipv4, "127.0.0.1"}, RawListeningSocket{ports[0], F::ipv6, "::1"},
-                          RawListeningSocket{ports[1], F::ipv4, "0.0.0.0"}, RawListeningSocket{ports[2], F::ipv6, "::"},
-                          RawListeningSocket{ports[3], F::ipv6, "::ffff:127.0.0.1"}));
+              ElementsAre(S{ports[0], F::ipv4, "127.0.0.1"}, S{ports[0], F::ipv6, "::1"}, S{ports[1], F::ipv4, "0.0.0.0"},
+                          S{ports[2], F::ipv6, "::"}, S{ports[3], F::ipv6, "::ffff:127.0.0.1"}));
   // This process holds no listener of its own.
   EXPECT_TRUE(Libproc::listeningSockets(::getpid()).empty());
   // Answers hold as of the latest enumeration; after the next one a gone process has none.

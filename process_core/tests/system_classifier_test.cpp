@@ -71,8 +71,8 @@ TEST(SystemClassifierTest, BatchAsksOncePerPathIncludingFalseVerdictsAndKeepsOrd
 TEST(LiveVendorBinaryTest, NeedsARootOwnedFileUnderASystemLibraryFolder) {
   // Find a regular root-owned file under /usr/lib that nobody else may write.
   std::optional<std::string> shipped;
-  namespace fs = std::filesystem;
-  for (const auto& entry : fs::recursive_directory_iterator("/usr/lib", fs::directory_options::skip_permission_denied)) {
+  using Entries = std::filesystem::recursive_directory_iterator;
+  for (const auto& entry : Entries("/usr/lib", std::filesystem::directory_options::skip_permission_denied)) {
     struct stat status {};
     if (::lstat(entry.path().c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == 0 &&
         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0) {

@@ -27,8 +27,9 @@ TEST(AgentProcessPresenceBuilderTest, NoAgentsGiveAnEmptySnapshot) {
 }
 
 TEST(AgentProcessPresenceBuilderTest, OneEntryPerSessionWithHostProjectAndTime) {
-  const auto presence = build({process(10, 1, "/usr/bin/kitty"), process(20, 10, claudePath), process(21, 20, claudePath)},
-                              {{20, "/home/me/src/site/web"}});
+  const auto presence = build(
+      {process(10, 1, "/usr/bin/kitty"), process(20, 10, claudePath), process(21, 20, claudePath)},
+      {{20, "/home/me/src/site/web"}});
   EXPECT_EQ(presence.entries, (std::vector<AgentProcessPresence>{
                                   {{{20, 1000, 0}, AgentKind::claude},
                                    AgentKind::claude,

@@ -170,7 +170,8 @@ TEST_F(TerminatorTest, GoneProcessesAndNonPositivePIDs) {
   world.add(0, 0, "/opt/x", 1);
   KillRequest zero;
   zero.target = {0, 1, 0};
-  EXPECT_EQ(terminator().kill(zero).message(), "Couldn\xE2\x80\x99t send SIGTERM: refused to signal a non-positive PID.");
+  EXPECT_EQ(terminator().kill(zero).message(),
+            "Couldn\xE2\x80\x99t send SIGTERM: refused to signal a non-positive PID.");
   EXPECT_TRUE(log.signalsOnly().empty());
 }
 
