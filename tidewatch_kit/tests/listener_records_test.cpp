@@ -4,6 +4,7 @@
 
 #include "process_core/pretty_json.h"
 #include "tidewatch_kit/listener_json.h"
+#include "tidewatch_kit/tests/listener_rows.h"
 
 namespace tidewatch {
 namespace {
@@ -70,24 +71,19 @@ TEST(ProcessSnapshotNames, DisplayNameFallsBackFromPathToNameToPid) {
   EXPECT_EQ(snapshot.displayName(), "python3.12");
 }
 
+// Every field of a row set, so that a field lost in JSON shows.
 PortListener sampleRow() {
-  PortListener row;
-  row.port = 5173;
-  row.endpoints = endpoints({"::1", "10.1.2.3"});
-  row.bindScope = makeBindScope(row.endpoints);
-  row.bindSignature = BindSignature::make(row.endpoints);
-  row.process.identity = {4100, 1763830000, 250};
-  row.process.executablePath = "/usr/local/bin/node";
-  row.process.name = "node";
+  PortListener row = testing::Row(4100, 5173)
+                         .started(1763830000, 250)
+                         .bound(endpoints({"::1", "10.1.2.3"}))
+                         .path("/usr/local/bin/node")
+                         .argv({"node", "vite", "caf\xC3\xA9"})
+                         .classified(Runtime::node, Framework::vite, "Node \xC2\xB7 Vite")
+                         .agent(AgentKind::claude)
+                         .host(HostAppKind::vscode)
+                         .project("site", "/home/dev/site");
   row.process.uid = 1000;
   row.process.sameUser = true;
-  row.process.argv = std::vector<std::string>{"node", "vite", "caf\xC3\xA9"};
-  row.identity = {row.process.identity, PortProtocol::tcp, 5173, row.bindSignature, false, std::nullopt};
-  row.classification = {Runtime::node, Framework::vite, std::nullopt, Confidence::high, "Node \xC2\xB7 Vite"};
-  row.agentOrigin = AgentKind::claude;
-  row.agentProcess = AgentProcessIdentity{{4000, 1763829000, 0}, AgentKind::claude};
-  row.host = AgentHost{HostAppKind::vscode};
-  row.project = ListenerProject{"site", "/home/dev/site"};
   row.focusTarget = FocusTarget{3000, "code"};
   return row;
 }
