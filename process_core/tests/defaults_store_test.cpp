@@ -3,32 +3,13 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
+
+#include "process_core/tests/support/temporary_directory.h"
 
 namespace tidewatch {
 namespace {
-
-class DefaultsStoreFiles : public ::testing::Test {
- protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/tidewatch-defaults-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    directory = pattern;
-  }
-  void TearDown() override { (void)std::system(("rm -rf " + directory).c_str()); }
-
-  std::string read(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    return buffer.str();
-  }
-
-  std::string directory;
-};
 
 TEST(DefaultsStorePath, FollowsXDGConfigHomeElseHome) {
   EXPECT_EQ(DefaultsStore::standardPath("/cfg", "/home/u"), "/cfg/tidewatch/defaults.json");
@@ -36,8 +17,10 @@ TEST(DefaultsStorePath, FollowsXDGConfigHomeElseHome) {
   EXPECT_EQ(DefaultsStore::standardPath("relative/ignored", "/home/u"), "/home/u/.config/tidewatch/defaults.json");
 }
 
-TEST_F(DefaultsStoreFiles, WritesAtomicallyKeepsOtherKeysAndReadsOddValuesAsFalse) {
-  DefaultsStore store(directory + "/nested/tidewatch/defaults.json");
+TEST(DefaultsStoreFiles, WritesAtomicallyKeepsOtherKeysAndReadsOddValuesAsFalse) {
+  const testing::TemporaryDirectory directory;
+  ASSERT_FALSE(directory.path().empty());
+  DefaultsStore store(directory.path() + "/nested/tidewatch/defaults.json");
   EXPECT_FALSE(store.boolForKey("tidewatchOnboardingComplete"));
   ASSERT_TRUE(store.set("display.rowDensity", "compact"));
   ASSERT_TRUE(store.set("tidewatchOnboardingComplete", true));
@@ -45,7 +28,8 @@ TEST_F(DefaultsStoreFiles, WritesAtomicallyKeepsOtherKeysAndReadsOddValuesAsFals
   EXPECT_TRUE(store.boolForKey("tidewatchOnboardingComplete"));
   EXPECT_FALSE(store.boolForKey("launchAtLoginOfferCompleted")) << "a string is not a boolean";
   EXPECT_EQ(store.stringForKey("display.rowDensity"), "compact");
-  EXPECT_EQ(read(store.path()),
+  std::ifstream file(store.path());
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
             "{\n  \"display.rowDensity\" : \"compact\",\n  \"launchAtLoginOfferCompleted\" : \"yes\",\n"
             "  \"tidewatchOnboardingComplete\" : true\n}\n");
   struct stat info {};
@@ -55,17 +39,14 @@ TEST_F(DefaultsStoreFiles, WritesAtomicallyKeepsOtherKeysAndReadsOddValuesAsFals
   EXPECT_EQ(store.stringForKey("display.rowDensity"), std::nullopt);
 }
 
-TEST_F(DefaultsStoreFiles, AFailedReplaceLeavesNoTemporaryBehind) {
+TEST(DefaultsStoreFiles, AFailedReplaceLeavesNoTemporaryBehind) {
   // A directory standing where the file should be makes the final rename fail.
-  ASSERT_EQ(mkdir((directory + "/defaults.json").c_str(), 0700), 0);
-  DefaultsStore store(directory + "/defaults.json");
-  EXPECT_FALSE(store.set("a", 1));
-  int entries = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    (void)entry;
-    ++entries;
-  }
-  EXPECT_EQ(entries, 1);
+  const testing::TemporaryDirectory directory;
+  const std::string path = directory.path() + "/defaults.json";
+  ASSERT_TRUE(std::filesystem::create_directory(path));
+  EXPECT_FALSE(DefaultsStore(path).set("a", 1));
+  const std::filesystem::directory_iterator entries(directory.path());
+  EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
 }
 
 }  // namespace
