@@ -12,6 +12,7 @@
 #include "process_core/process_reader.h"
 #include "process_core/tests/support/forked_child.h"
 #include "process_core/tests/support/listening_socket.h"
+#include "process_core/tests/support/temporary_directory.h"
 
 namespace tidewatch {
 namespace {
@@ -154,9 +155,8 @@ TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
 
 TEST(LinuxProcessReader, LiveAgentPresenceReadsArgvOnlyWhenTheNamesCannotDecide) {
   // A copy of sleep installed as "claude": its path alone names the agent.
-  char directory[] = "/tmp/tidewatch-reader-XXXXXX";
-  ASSERT_NE(::mkdtemp(directory), nullptr);
-  const std::string executable = std::string(directory) + "/claude";
+  const testing::TemporaryDirectory directory;
+  const std::string executable = directory.path() + "/claude";
   std::filesystem::copy_file("/bin/sleep", executable);
   ForkedChild installed([&] {
     char name[] = "claude", seconds[] = "60";
@@ -176,7 +176,6 @@ TEST(LinuxProcessReader, LiveAgentPresenceReadsArgvOnlyWhenTheNamesCannotDecide)
 
   const auto byPath = ProcessReader::agentPresenceSnapshot(installed.pid(), me);
   installed.reap();
-  std::filesystem::remove_all(directory);
   ASSERT_TRUE(byPath.has_value());
   EXPECT_EQ(byPath->executablePath, executable);
   EXPECT_FALSE(byPath->argv.has_value());
