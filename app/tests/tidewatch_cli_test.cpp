@@ -1,16 +1,14 @@
 #include "app/tidewatch_cli.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <fstream>
 
+#include "process_core/tests/support/temporary_directory.h"
 #include "tidewatch_kit/tests/listener_rows.h"
 
 namespace tidewatch {
 namespace {
-
-using namespace std::string_literals;
 
 TEST(EntryRouting, FirstMatchWins) {
   struct Case {
@@ -22,11 +20,9 @@ TEST(EntryRouting, FirstMatchWins) {
       {{"--json", "--all"}, EntryRoute::application},
       {{"--json", "agent-event"}, EntryRoute::application},
       {{"agent-event", "scan"}, EntryRoute::relay},
-      {{"agent-event"}, EntryRoute::relay},
       {{"--all", "scan", "--json"}, EntryRoute::scan},
       {{"--scan"}, EntryRoute::scan},
       {{"update-gate", "scan"}, EntryRoute::scan},
-      {{"scan", "update-gate"}, EntryRoute::scan},
       {{"Scan"}, EntryRoute::application},
       {{"whatever", "update-gate"}, EntryRoute::updateGate},
   };
@@ -224,9 +220,8 @@ TEST(ScanCommand, ExitCodesAndErrorWords) {
 }
 
 TEST(UpdateGate, ReadsTwoFlagsFromTheDefaultsStore) {
-  char directory[] = "/tmp/tidewatch-gate-XXXXXX";
-  ASSERT_NE(mkdtemp(directory), nullptr);
-  DefaultsStore store(std::string(directory) + "/tidewatch/defaults.json");
+  const testing::TemporaryDirectory directory;
+  DefaultsStore store(directory.path() + "/tidewatch/defaults.json");
   EXPECT_EQ(TidewatchCLI::updateGateReport(store),
             "automaticChecks: disabled\ntidewatchOnboardingComplete: false\nonboardingReady: false\n");
   ASSERT_TRUE(store.set("tidewatchOnboardingComplete", true));
@@ -238,7 +233,6 @@ TEST(UpdateGate, ReadsTwoFlagsFromTheDefaultsStore) {
   std::ofstream(store.path()) << "not json";
   EXPECT_EQ(TidewatchCLI::updateGateReport(store),
             "automaticChecks: disabled\ntidewatchOnboardingComplete: false\nonboardingReady: false\n");
-  (void)std::system(("rm -rf "s + directory).c_str());
 }
 
 }  // namespace
