@@ -95,6 +95,7 @@ TEST(PortEnginePools, WorkersOfOneParentAndExecutableFoldIntoOnePoolRow) {
     world.listen(pid, 8000, "0.0.0.0");
   }
   // Children of init, and children of one parent with different executables, stay single.
+  world.add(1, 0, "/sbin/init");
   world.add(80, 1, "/opt/web/master");
   for (auto [pid, parent, path] : {std::tuple{70, 1, "/opt/web/worker"}, {71, 1, "/opt/web/worker"},
                                    {72, 80, "/opt/web/a"}, {73, 80, "/opt/web/b"}}) {
