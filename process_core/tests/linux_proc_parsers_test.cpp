@@ -65,7 +65,7 @@ TEST(LinuxProcParsers, StatEdgeCases) {
     EXPECT_EQ(stat->systemTicks, 3u);
     EXPECT_EQ(stat->startTicks, 5000u);
   }
-  // A zombie or a dead task has exited; a sleeping one has not.
+  // A zombie or a dead process has exited; a sleeping one has not.
   for (const char state : {'S', 'Z', 'X'}) {
     const auto stat = ProcParsers::parseStat("12 (x) " + std::string(1, state) + tail.substr(2));
     ASSERT_TRUE(stat.has_value());
