@@ -25,11 +25,11 @@ namespace {
 }
 
 // "ADDRESS" or "ADDRESS@N": N names the port of the N-th listener already made (0-based).
-int listenOn(const std::string& spec, const std::vector<int>& ports) {
-  const auto at = spec.find('@');
-  const int port = at == std::string::npos ? 0 : ports.at(static_cast<size_t>(std::atoi(spec.c_str() + at + 1)));
-  const int bound = tidewatch::testing::boundPort(tidewatch::testing::listeningSocket(spec.substr(0, at), port));
-  if (bound < 0) fail(spec.c_str());
+int listenOn(const std::string& argument, const std::vector<int>& ports) {
+  const auto at = argument.find('@');
+  const int port = at == std::string::npos ? 0 : ports.at(static_cast<size_t>(std::atoi(argument.c_str() + at + 1)));
+  const int bound = tidewatch::testing::boundPort(tidewatch::testing::listeningSocket(argument.substr(0, at), port));
+  if (bound < 0) fail(argument.c_str());
   return bound;
 }
 
