@@ -90,6 +90,7 @@ std::optional<std::string> jsonReport(const ScanResult& result, bool includeHidd
 }
 
 std::string padded(const std::string& text, size_t width) {
+  if (width == 0) return {};
   const size_t count = graphemeCount(text);
   if (count >= width) return graphemePrefix(text, width - 1) + " ";
   return text + std::string(width - count, ' ');
