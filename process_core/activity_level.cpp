@@ -1,4 +1,5 @@
 #include "process_core/activity_level.h"
+#include "process_core/raw_values.h"
 
 #include <array>
 
@@ -12,10 +13,7 @@ std::string_view rawValue(ActivityLevel level) { return raws[static_cast<size_t>
 std::string_view displayName(ActivityLevel level) { return names[static_cast<size_t>(level)]; }
 
 std::optional<ActivityLevel> activityLevelFromRaw(std::string_view raw) {
-  for (size_t i = 0; i < raws.size(); ++i) {
-    if (raws[i] == raw) return static_cast<ActivityLevel>(i);
-  }
-  return std::nullopt;
+  return enumFromRaw<ActivityLevel>(raws, raw);
 }
 
 }  // namespace tidewatch

@@ -1,5 +1,6 @@
 #include "tidewatch_kit/listener_list_model.h"
 #include "process_core/text.h"
+#include "process_core/raw_values.h"
 
 
 #include <algorithm>
@@ -101,19 +102,13 @@ std::string_view rawValue(FilterCategory category) { return categoryRaws[static_
 std::string_view displayName(FilterCategory category) { return categoryNames[static_cast<size_t>(category)]; }
 
 std::optional<FilterCategory> filterCategoryFromRaw(std::string_view raw) {
-  for (size_t i = 0; i < categoryRaws.size(); ++i) {
-    if (categoryRaws[i] == raw) return static_cast<FilterCategory>(i);
-  }
-  return std::nullopt;
+  return enumFromRaw<FilterCategory>(categoryRaws, raw);
 }
 
 std::string_view rawValue(DefaultFilterSetting setting) { return settingRaws[static_cast<size_t>(setting)]; }
 
 std::optional<DefaultFilterSetting> defaultFilterSettingFromRaw(std::string_view raw) {
-  for (size_t i = 0; i < settingRaws.size(); ++i) {
-    if (settingRaws[i] == raw) return static_cast<DefaultFilterSetting>(i);
-  }
-  return std::nullopt;
+  return enumFromRaw<DefaultFilterSetting>(settingRaws, raw);
 }
 
 int ListenerListModel::hiddenCount() const {

@@ -1,4 +1,5 @@
 #include "tidewatch_kit/listener_records.h"
+#include "process_core/raw_values.h"
 
 #include <algorithm>
 #include <array>
@@ -28,14 +29,6 @@ constexpr std::array<ScopeWords, 5> scopeWords{{
     {"mixed", "mixed", "Uses loopback and non-loopback addresses; other devices may be able to reach it."},
     {"unknown", "unknown", "Tidewatch could not determine this listener's bind scope."},
 }};
-
-template <typename Enum, size_t N>
-std::optional<Enum> fromRaw(const std::array<std::string_view, N>& raws, std::string_view raw) {
-  for (size_t i = 0; i < N; ++i) {
-    if (raws[i] == raw) return static_cast<Enum>(i);
-  }
-  return std::nullopt;
-}
 
 constexpr std::array<std::string_view, 3> visibilityRaws{"defaultVisible", "hiddenSystemBackground",
                                                         "unavailable"};
@@ -109,7 +102,7 @@ std::string_view rawValue(VisibilityClass visibility) {
 }
 
 std::optional<VisibilityClass> visibilityClassFromRaw(std::string_view raw) {
-  return fromRaw<VisibilityClass>(visibilityRaws, raw);
+  return enumFromRaw<VisibilityClass>(visibilityRaws, raw);
 }
 
 std::string ListenerIdentity::stableID() const {
@@ -133,13 +126,13 @@ std::string_view rawValue(KnownService value) { return serviceRaws[static_cast<s
 std::string_view displayName(KnownService value) { return serviceNames[static_cast<size_t>(value)]; }
 std::string_view rawValue(Confidence value) { return confidenceRaws[static_cast<size_t>(value)]; }
 
-std::optional<Runtime> runtimeFromRaw(std::string_view raw) { return fromRaw<Runtime>(runtimeRaws, raw); }
-std::optional<Framework> frameworkFromRaw(std::string_view raw) { return fromRaw<Framework>(frameworkRaws, raw); }
+std::optional<Runtime> runtimeFromRaw(std::string_view raw) { return enumFromRaw<Runtime>(runtimeRaws, raw); }
+std::optional<Framework> frameworkFromRaw(std::string_view raw) { return enumFromRaw<Framework>(frameworkRaws, raw); }
 std::optional<KnownService> knownServiceFromRaw(std::string_view raw) {
-  return fromRaw<KnownService>(serviceRaws, raw);
+  return enumFromRaw<KnownService>(serviceRaws, raw);
 }
 std::optional<Confidence> confidenceFromRaw(std::string_view raw) {
-  return fromRaw<Confidence>(confidenceRaws, raw);
+  return enumFromRaw<Confidence>(confidenceRaws, raw);
 }
 
 std::optional<FocusTarget> AgentProcessPresence::focusTarget() const {

@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "process_core/text.h"
+#include "process_core/raw_values.h"
 
 namespace tidewatch {
 namespace {
@@ -43,10 +44,7 @@ std::string_view rawValue(ListenerSortMode mode) { return modeRaws[static_cast<s
 std::string_view displayName(ListenerSortMode mode) { return modeNames[static_cast<size_t>(mode)]; }
 
 std::optional<ListenerSortMode> listenerSortModeFromRaw(std::string_view raw) {
-  for (size_t i = 0; i < modeRaws.size(); ++i) {
-    if (modeRaws[i] == raw) return static_cast<ListenerSortMode>(i);
-  }
-  return std::nullopt;
+  return enumFromRaw<ListenerSortMode>(modeRaws, raw);
 }
 
 std::vector<PortListener> ListenerSorter::sorted(std::vector<PortListener> listeners, ListenerSortMode mode,
