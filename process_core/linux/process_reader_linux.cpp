@@ -280,6 +280,21 @@ void setTaskFigures(ProcessSnapshot& snapshot, int directory, uint64_t cpuTicks)
   if (resident) snapshot.cpuTimeNanos = ProcParsers::ticksToNanoseconds(cpuTicks, ticksPerSecond());
 }
 
+// A process of any user, through one handle on its incarnation.
+std::optional<ProcessSnapshot> anyUsersSnapshot(int32_t pid, uint32_t myUID, bool withArgv) {
+  auto base = readBase(pid);
+  if (!base) return std::nullopt;
+  const int directory = base->directory.get();
+  auto uid = readEffectiveUID(directory);
+  if (!uid) return std::nullopt;
+  ProcessSnapshot snapshot = base->snapshot();
+  snapshot.uid = uid;
+  snapshot.sameUser = *uid == myUID;
+  snapshot.executablePath = readExecPath(directory);
+  if (withArgv) snapshot.argv = readArgv(directory);
+  return snapshot;
+}
+
 }  // namespace
 
 namespace Libproc {
@@ -388,17 +403,7 @@ std::optional<ProcessSnapshot> enrichedSnapshot(int32_t pid, uint32_t myUID, boo
 }
 
 std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid, uint32_t myUID) {
-  auto base = readBase(pid);
-  if (!base) return std::nullopt;
-  const int directory = base->directory.get();
-  auto uid = readEffectiveUID(directory);
-  if (!uid) return std::nullopt;
-  ProcessSnapshot snapshot = base->snapshot();
-  snapshot.uid = uid;
-  snapshot.sameUser = *uid == myUID;
-  snapshot.executablePath = readExecPath(directory);
-  snapshot.argv = readArgv(directory);
-  return snapshot;
+  return anyUsersSnapshot(pid, myUID, true);
 }
 
 std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID) {
@@ -435,16 +440,7 @@ std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID
 }
 
 std::optional<ProcessSnapshot> liveResolveSnapshot(int32_t pid) {
-  auto base = readBase(pid);
-  if (!base) return std::nullopt;
-  const int directory = base->directory.get();
-  auto uid = readEffectiveUID(directory);
-  if (!uid) return std::nullopt;
-  ProcessSnapshot snapshot = base->snapshot();
-  snapshot.uid = uid;
-  snapshot.sameUser = *uid == ::getuid();
-  snapshot.executablePath = readExecPath(directory);
-  return snapshot;
+  return anyUsersSnapshot(pid, static_cast<uint32_t>(::getuid()), false);
 }
 
 std::optional<ProcessSnapshot> activitySnapshot(const ProcessSnapshot& snapshot, uint32_t myUID) {
