@@ -15,7 +15,7 @@
 #include <vector>
 
 // The actor is built on its own, without the project's include path.
-#include "../../../process_core/tests/support/listening_socket.h"
+#include "process_core/tests/support/listening_socket.h"
 
 namespace {
 
