@@ -280,6 +280,16 @@ void setTaskFigures(ProcessSnapshot& snapshot, int directory, uint64_t cpuTicks)
   if (resident) snapshot.cpuTimeNanos = ProcParsers::ticksToNanoseconds(cpuTicks, ticksPerSecond());
 }
 
+// The stat fields of a living process, read by path into `buffer` (the fields point into it).
+std::optional<ProcParsers::StatFields> readLiveStatByPath(int32_t pid, char (&buffer)[statBufferSize]) {
+  ProcFiles::PathBuffer path;
+  auto text = ProcFiles::readVirtualFile(AT_FDCWD, ProcFiles::procPath(path, pid, "stat"), buffer);
+  if (!text) return std::nullopt;
+  auto fields = ProcParsers::parseStat(*text);
+  if (!fields || ProcParsers::hasExited(*fields)) return std::nullopt;
+  return fields;
+}
+
 // A process of any user, through one handle on its incarnation.
 std::optional<ProcessSnapshot> anyUsersSnapshot(int32_t pid, uint32_t myUID, bool withArgv) {
   auto base = readBase(pid);
@@ -352,12 +362,9 @@ namespace Libproc {
 
 std::optional<ProcessIdentity> processIdentity(int32_t pid) {
   if (pid <= 0) return std::nullopt;
-  ProcFiles::PathBuffer path;
   char buffer[statBufferSize];
-  auto text = ProcFiles::readVirtualFile(AT_FDCWD, ProcFiles::procPath(path, pid, "stat"), buffer);
-  if (!text) return std::nullopt;
-  auto fields = ProcParsers::parseStat(*text);
-  if (!fields || ProcParsers::hasExited(*fields)) return std::nullopt;
+  auto fields = readLiveStatByPath(pid, buffer);
+  if (!fields) return std::nullopt;
   return ProcParsers::identityFromStartTicks(pid, bootTime(), fields->startTicks, ticksPerSecond());
 }
 
@@ -411,11 +418,8 @@ std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID
   // This reader runs for every process in every scan and rejects nearly all of them by their
   // names, so the test runs first on the fewest reads: stat and the exe link by path.
   {
-    ProcFiles::PathBuffer path;
     char buffer[statBufferSize];
-    auto text = ProcFiles::readVirtualFile(AT_FDCWD, ProcFiles::procPath(path, pid, "stat"), buffer);
-    if (!text) return std::nullopt;
-    auto fields = ProcParsers::parseStat(*text);
+    auto fields = readLiveStatByPath(pid, buffer);
     if (!fields) return std::nullopt;
     std::optional<std::string> name;
     if (!fields->comm.empty()) name = repairedUTF8(fields->comm);
