@@ -5,7 +5,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
-#include "hooks/tests/settings_file_support.h"
+#include "hooks/tests/hook_test_support.h"
 
 namespace tidewatch {
 namespace {
@@ -231,10 +231,10 @@ TEST_F(SettingsFile, EveryRefusalEndsWithNothingWritten) {
       return read(p);
     };
     const std::string before = std::filesystem::is_regular_file(path) ? readBytes(path) : "";
-    EXPECT_EQ(testing::install(path, claudeEntries, owned, files), c.expected);
+    EXPECT_EQ(testing::edit(path, claudeEntries, owned, files), c.expected);
     // Removal reads the same way, but leaves values of the wrong type as they are.
     if (!c.name.ends_with("wrong type")) {
-      EXPECT_EQ(testing::uninstall(path, owned, files), c.expected);
+      EXPECT_EQ(testing::edit(path, std::nullopt, owned, files), c.expected);
     }
     if (c.expected.kind == Kind::fileIsSymlink || c.expected.kind == Kind::notARegularFile) {
       EXPECT_EQ(reads, 0);
@@ -264,7 +264,7 @@ TEST_F(SettingsFile, InstallAndRemoveGiveBackEveryValueOfTheUsers) {
   put(original);
   // The file keeps its mode even under a mask that would narrow it.
   const mode_t previous = ::umask(0077);
-  ASSERT_EQ(testing::install(path, claudeEntries, owned, files), std::nullopt);
+  ASSERT_EQ(testing::edit(path, claudeEntries, owned, files), std::nullopt);
   ::umask(previous);
   EXPECT_EQ(inspectClaude().kind, InstallState::Kind::installed);
   const std::string written = readBytes(path);
@@ -274,9 +274,9 @@ TEST_F(SettingsFile, InstallAndRemoveGiveBackEveryValueOfTheUsers) {
   EXPECT_EQ(testing::modeOf(path), 0644u);
 
   // Installing again gives the same bytes; removal gives back the user's values.
-  ASSERT_EQ(testing::install(path, claudeEntries, owned, files), std::nullopt);
+  ASSERT_EQ(testing::edit(path, claudeEntries, owned, files), std::nullopt);
   EXPECT_EQ(readBytes(path), written);
-  ASSERT_EQ(testing::uninstall(path, owned, files), std::nullopt);
+  ASSERT_EQ(testing::edit(path, std::nullopt, owned, files), std::nullopt);
   EXPECT_EQ(json::parse(readBytes(path)), json::parse(original));
   expectUntouched(readBytes(path));
 }
@@ -284,7 +284,7 @@ TEST_F(SettingsFile, InstallAndRemoveGiveBackEveryValueOfTheUsers) {
 TEST_F(SettingsFile, NewFilesAndFoldersGetPrivateModesWhateverTheMask) {
   const mode_t previous = ::umask(0077);
   const std::string codexPath = home + "/.codex/hooks.json";
-  EXPECT_EQ(testing::install(codexPath, codexEntries, owned, files), std::nullopt);
+  EXPECT_EQ(testing::edit(codexPath, codexEntries, owned, files), std::nullopt);
   ::umask(previous);
   EXPECT_EQ(testing::modeOf(home + "/.codex"), 0700u);
   EXPECT_EQ(testing::modeOf(codexPath), 0600u);
@@ -349,7 +349,7 @@ TEST_F(SettingsFile, AWriterBetweenReadAndWriteStopsTheWrite) {
         return status;
       };
     }
-    const auto result = testing::install(path, claudeEntries, owned, rivalled);
+    const auto result = testing::edit(path, claudeEntries, owned, rivalled);
     if (c.refused) {
       EXPECT_EQ(result, ConfigError::of(Kind::concurrentModification));
       EXPECT_EQ(testing::entriesIn(home + "/.claude"), 1u);
@@ -401,7 +401,7 @@ TEST_F(SettingsFile, AFailedStepOfTheReplaceLeavesTheOriginalBytes) {
     c.fail(failing);
     std::string reason = c.reason;
     if (reason.ends_with("PATH")) reason.replace(reason.size() - 4, 4, path);
-    EXPECT_EQ(testing::install(path, claudeEntries, owned, failing), ConfigError::unwritable(reason));
+    EXPECT_EQ(testing::edit(path, claudeEntries, owned, failing), ConfigError::unwritable(reason));
     EXPECT_EQ(readBytes(path), original);
     EXPECT_EQ(std::filesystem::exists(home + "/.claude/.tidewatch-write-" + std::to_string(::getpid())), false);
     EXPECT_EQ(closed, c.name.starts_with("a temporary") ? 0 : 1);
@@ -410,7 +410,7 @@ TEST_F(SettingsFile, AFailedStepOfTheReplaceLeavesTheOriginalBytes) {
   // A folder that cannot be made.
   FileOperations noFolders = files;
   noFolders.createDirectories = [](const std::string&, uint32_t) { return false; };
-  EXPECT_EQ(testing::install(home + "/.codex/hooks.json", codexEntries, owned, noFolders),
+  EXPECT_EQ(testing::edit(home + "/.codex/hooks.json", codexEntries, owned, noFolders),
             ConfigError::unwritable("could not create " + home + "/.codex"));
   // A value that cannot be serialised costs nothing.
   EXPECT_EQ(writeAtomically(json{{"bad", "\xff"}}, path, std::nullopt, files),

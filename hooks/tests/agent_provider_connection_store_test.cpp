@@ -4,7 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include "hooks/tests/settings_file_support.h"
+#include "hooks/tests/hook_test_support.h"
 
 namespace tidewatch {
 namespace {
