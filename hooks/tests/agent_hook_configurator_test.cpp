@@ -59,14 +59,13 @@ TEST(AgentHookCommand, WritesTheGuardedLineAndOwnsFifteenExactStrings) {
 }
 
 TEST(AgentHookCommand, DesiredEntriesFollowTheProviderTables) {
-  ASSERT_EQ(claudeEntries.size(), 9u);
-  ASSERT_EQ(codexEntries.size(), 4u);
-  const std::vector<std::string> claudeEvents{"SessionStart", "UserPromptSubmit", "PermissionRequest",
-                                              "Stop",         "StopFailure",      "SessionEnd",
-                                              "Notification", "Notification",     "Notification"};
-  for (size_t i = 0; i < 9; ++i) EXPECT_EQ(claudeEntries[i].event, claudeEvents[i]);
+  std::string events;
+  for (const auto& entry : claudeEntries) events += entry.event + " ";
+  EXPECT_EQ(events, "SessionStart UserPromptSubmit PermissionRequest Stop StopFailure SessionEnd Notification "
+                    "Notification Notification ");
   EXPECT_EQ(claudeEntries[0], (DesiredEntry{"SessionStart", std::nullopt, claudeCommand(sock)}));
   EXPECT_EQ(claudeEntries[8], (DesiredEntry{"Notification", "idle_prompt", claudeCommand(sock, "idle_prompt")}));
+  ASSERT_EQ(codexEntries.size(), 4u);
   EXPECT_EQ(codexEntries[3],
             (DesiredEntry{"Stop", std::nullopt, AgentHookCommand::commandLine(app, sock, AgentKind::codex, {})}));
 }
@@ -186,39 +185,27 @@ TEST_F(SettingsFile, EveryRefusalEndsWithNothingWritten) {
     std::function<void()> arrange;
     ConfigError expected;
   };
+  const auto folder = [&] { std::filesystem::create_directories(home + "/.claude"); };
+  const auto malformed = ConfigError::of(Kind::malformedJSON);
   const std::vector<Case> cases = {
       {"symlink to a good file",
        [&] {
          writeBytes(home + "/real.json", good);
-         std::filesystem::create_directories(home + "/.claude");
+         folder();
          std::filesystem::create_symlink(home + "/real.json", path);
        },
        ConfigError::of(Kind::fileIsSymlink)},
       {"directory", [&] { std::filesystem::create_directories(path); }, ConfigError::of(Kind::notARegularFile)},
-      {"fifo",
-       [&] {
-         std::filesystem::create_directories(home + "/.claude");
-         ::mkfifo(path.c_str(), 0600);
-       },
-       ConfigError::of(Kind::notARegularFile)},
-      {"another user's",
-       [&] {
-         put(good);
-         files.effectiveUserID = [] { return ::geteuid() + 1; };
-       },
+      {"fifo", [&] { folder(); ::mkfifo(path.c_str(), 0600); }, ConfigError::of(Kind::notARegularFile)},
+      {"another user's", [&] { put(good); files.effectiveUserID = [] { return ::geteuid() + 1; }; },
        ConfigError::of(Kind::notOwnedByCurrentUser)},
-      {"unreadable",
-       [&] {
-         put(good);
-         files.readFile = [](const std::string&) { return std::nullopt; };
-       },
+      {"unreadable", [&] { put(good); files.readFile = [](const std::string&) { return std::nullopt; }; },
        ConfigError::unwritable("could not read " + path)},
-      {"empty", [&] { put(""); }, ConfigError::of(Kind::malformedJSON)},
-      {"invalid", [&] { put("{\"hooks\": {"); }, ConfigError::of(Kind::malformedJSON)},
-      {"not an object", [&] { put("[1]"); }, ConfigError::of(Kind::malformedJSON)},
-      {"hooks of the wrong type", [&] { put(R"({"hooks": []})"); }, ConfigError::of(Kind::malformedJSON)},
-      {"an event of the wrong type", [&] { put(R"({"hooks": {"Stop": {"a": 1}}})"); },
-       ConfigError::of(Kind::malformedJSON)},
+      {"empty", [&] { put(""); }, malformed},
+      {"invalid", [&] { put("{\"hooks\": {"); }, malformed},
+      {"not an object", [&] { put("[1]"); }, malformed},
+      {"hooks of the wrong type", [&] { put(R"({"hooks": []})"); }, malformed},
+      {"an event of the wrong type", [&] { put(R"({"hooks": {"Stop": {"a": 1}}})"); }, malformed},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -248,7 +235,7 @@ TEST_F(SettingsFile, EveryRefusalEndsWithNothingWritten) {
   }
 }
 
-TEST_F(SettingsFile, InstallAndRemoveGiveBackEveryValueOfTheUsers) {
+TEST_F(SettingsFile, InstallAndRemoveGiveBackEveryValueOfTheUsersAndKeepModes) {
   const std::string original = R"({
     "model": "opus", "flag": false, "nothing": null,
     "numbers": [0, -1, 3.25, 1e-7, 12345678901234567890, -9223372036854775808],
@@ -262,10 +249,15 @@ TEST_F(SettingsFile, InstallAndRemoveGiveBackEveryValueOfTheUsers) {
     }
   })";
   put(original);
-  // The file keeps its mode even under a mask that would narrow it.
+  // The file keeps its mode, and new files and folders are private, whatever the mask.
   const mode_t previous = ::umask(0077);
   ASSERT_EQ(testing::edit(path, claudeEntries, owned, files), std::nullopt);
+  const std::string codexPath = home + "/.codex/hooks.json";
+  ASSERT_EQ(testing::edit(codexPath, codexEntries, owned, files), std::nullopt);
   ::umask(previous);
+  EXPECT_EQ(testing::modeOf(home + "/.codex"), 0700u);
+  EXPECT_EQ(testing::modeOf(codexPath), 0600u);
+  EXPECT_EQ(inspect(codexPath, codexEntries, owned, files).kind, InstallState::Kind::installed);
   EXPECT_EQ(inspectClaude().kind, InstallState::Kind::installed);
   const std::string written = readBytes(path);
   // Sorted keys, " : ", and the solidus escaped.
@@ -281,21 +273,15 @@ TEST_F(SettingsFile, InstallAndRemoveGiveBackEveryValueOfTheUsers) {
   expectUntouched(readBytes(path));
 }
 
-TEST_F(SettingsFile, NewFilesAndFoldersGetPrivateModesWhateverTheMask) {
-  const mode_t previous = ::umask(0077);
-  const std::string codexPath = home + "/.codex/hooks.json";
-  EXPECT_EQ(testing::edit(codexPath, codexEntries, owned, files), std::nullopt);
-  ::umask(previous);
-  EXPECT_EQ(testing::modeOf(home + "/.codex"), 0700u);
-  EXPECT_EQ(testing::modeOf(codexPath), 0600u);
-  EXPECT_EQ(inspect(codexPath, codexEntries, owned, files).kind, InstallState::Kind::installed);
-}
-
 TEST_F(SettingsFile, AWriterBetweenReadAndWriteStopsTheWrite) {
   const std::string original = R"({"hooks": {"Stop": []}})";
   const auto setTime = [&](long seconds, long nanoseconds) {
     const timespec times[2] = {{0, UTIME_OMIT}, {seconds, nanoseconds}};
     ::utimensat(AT_FDCWD, path.c_str(), times, 0);
+  };
+  const auto rewrite = [&](const std::string& bytes) {
+    writeBytes(path, bytes);
+    setTime(2000, 5);
   };
   struct Case {
     std::string name;
@@ -305,18 +291,8 @@ TEST_F(SettingsFile, AWriterBetweenReadAndWriteStopsTheWrite) {
   };
   const std::vector<Case> cases = {
       {"touch with the same bytes", true, [&] { setTime(1000, 0); }, true},
-      {"new bytes of the same size, time kept", true,
-       [&] {
-         writeBytes(path, R"({"hooks": {"Stop": {}}})");
-         setTime(2000, 5);
-       },
-       true},
-      {"one byte more, time kept", true,
-       [&] {
-         writeBytes(path, original + " ");
-         setTime(2000, 5);
-       },
-       true},
+      {"new bytes of the same size, time kept", true, [&] { rewrite(R"({"hooks": {"Stop": {}}})"); }, true},
+      {"one byte more, time kept", true, [&] { rewrite(original + " "); }, true},
       {"the time's nanoseconds alone", true, [&] { setTime(2000, 6); }, true},
       {"a chmod alone", true, [&] { ::chmod(path.c_str(), 0600); }, false},
       {"a file that appeared", false, [&] { writeBytes(path, original); }, true},
