@@ -25,15 +25,13 @@ const std::string invalidClaude =
 
 class ConnectionStore : public ::testing::Test {
  protected:
+  // Running from the installed place unless told otherwise.
   std::unique_ptr<Store> makeStore(
-      AgentHookInstallation installation = AgentHookInstallation::linuxInstalled("/usr/local/bin/tidewatch")) {
-    std::string running = installation.installedLocation;
-    return makeStore(installation, running);
-  }
-  std::unique_ptr<Store> makeStore(AgentHookInstallation installation, std::string bundlePath) {
+      AgentHookInstallation installation = AgentHookInstallation::linuxInstalled("/usr/local/bin/tidewatch"),
+      std::optional<std::string> bundlePath = {}) {
     auto store = std::make_unique<Store>(Store::Environment{
         .homeDirectory = home,
-        .bundlePath = std::move(bundlePath),
+        .bundlePath = bundlePath.value_or(installation.installedLocation),
         .defaults = DefaultsStore(scratch.path() + "/config/tidewatch/defaults.json"),
         .now = [this] { return now; },
         .installation = std::move(installation),
@@ -122,22 +120,18 @@ TEST_F(ConnectionStore, OutsideTheInstalledPlaceNothingIsAvailableButTheKeyStays
 
 TEST_F(ConnectionStore, ConnectReplacesOldEntriesKeepsTheUsersAndIsIdempotent) {
   std::filesystem::create_directories(home + "/.claude");
-  const std::string oldCommand = AgentHookCommand::commandLine(
-      "/usr/local/bin/tidewatch", "/run/user/1000/tidewatch/agent-events.sock", AgentKind::claude, {});
-  const json userGroup = json::parse(R"({"hooks": [{"type": "command", "command": "say done"}]})");
-  json file = json::parse(R"({"hooks": {"Stop": [{"hooks": [{"command": "old"}]}]}})");
-  file["hooks"]["Stop"][0]["hooks"][0]["command"] = oldCommand;
-  file["hooks"]["Stop"].insert(file["hooks"]["Stop"].begin(), userGroup);
-  testing::writeBytes(claudePath(), file.dump());
+  const auto stopGroup = [](const std::string& command) {
+    return json{{"hooks", json::array({json{{"type", "command"}, {"command", command}}})}};
+  };
+  const auto commandFor = [](const std::string& socketPath) {
+    return AgentHookCommand::commandLine("/usr/local/bin/tidewatch", socketPath, AgentKind::claude, {});
+  };
+  const json old = stopGroup(commandFor("/run/user/1000/tidewatch/agent-events.sock"));
+  testing::writeBytes(claudePath(), json{{"hooks", {{"Stop", {stopGroup("say done"), old}}}}}.dump());
   auto store = makeStore();
   store->connect(AgentKind::claude);
   const std::string once = testing::readBytes(claudePath());
-  const json written = json::parse(once);
-  EXPECT_EQ(written["hooks"]["Stop"].size(), 2u);
-  EXPECT_EQ(written["hooks"]["Stop"][0], userGroup);
-  EXPECT_EQ(written["hooks"]["Stop"][1]["hooks"][0]["command"],
-            AgentHookCommand::commandLine("/usr/local/bin/tidewatch", socket(), AgentKind::claude, {}));
-  EXPECT_EQ(once.find("\\/run\\/user"), std::string::npos);
+  EXPECT_EQ(json::parse(once)["hooks"]["Stop"], (json{stopGroup("say done"), stopGroup(commandFor(socket()))}));
   store->connect(AgentKind::claude);
   EXPECT_EQ(testing::readBytes(claudePath()), once);
 }
