@@ -1,6 +1,5 @@
 #include "hooks/agent_hook_socket_server.h"
 
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <map>
@@ -141,9 +140,11 @@ class LiveServer : public ::testing::Test {
     ASSERT_EQ(server_->start(), std::nullopt);
   }
 
-  // A client that has sent these bytes, and ended its stream when `finish` is set.
+  // Sends these bytes on a client (a new one for `client`), ending its stream when `finish` is set.
   int client(std::string_view bytes, bool finish = true) {
-    const int fd = testing::connectClient(paths_.socketPath);
+    return send(testing::connectClient(paths_.socketPath), bytes, finish);
+  }
+  int send(int fd, std::string_view bytes, bool finish = true) {
     EXPECT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
     if (finish) ::shutdown(fd, SHUT_WR);
     return fd;
@@ -167,12 +168,9 @@ class LiveServer : public ::testing::Test {
 
 TEST_F(LiveServer, DeliversAtEndOfStreamAndCleansUp) {
   ASSERT_EQ(server_->start(), std::nullopt);  // a second start changes nothing
-  struct stat status{};
-  ASSERT_EQ(::lstat(paths_.runtimeDirectory.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0700u);
-  ASSERT_EQ(::lstat(paths_.socketPath.c_str(), &status), 0);
-  EXPECT_TRUE(S_ISSOCK(status.st_mode));
-  EXPECT_EQ(status.st_mode & 0777, 0600u);
+  EXPECT_EQ(testing::modeOf(paths_.runtimeDirectory), 0700u);
+  EXPECT_TRUE(std::filesystem::is_socket(std::filesystem::symlink_status(paths_.socketPath)));
+  EXPECT_EQ(testing::modeOf(paths_.socketPath), 0600u);
 
   const int empty = client("");
   EXPECT_TRUE(testing::closedByServer(empty));
@@ -182,7 +180,7 @@ TEST_F(LiveServer, DeliversAtEndOfStreamAndCleansUp) {
 
   server_->stop();
   server_->stop();
-  EXPECT_NE(::lstat(paths_.socketPath.c_str(), &status), 0);
+  EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(paths_.socketPath)));
   EXPECT_FALSE(AgentHookRelay::send(bytes_, paths_.socketPath, 0.5));
   ASSERT_EQ(server_->start(), std::nullopt);  // a stopped server starts again
   EXPECT_TRUE(server_->isListening());
@@ -193,10 +191,7 @@ TEST_F(LiveServer, HoldsSixteenConnectionsAndClosesTheSeventeenth) {
   for (int i = 0; i < 17; ++i) clients.push_back(testing::connectClient(paths_.socketPath));
   EXPECT_TRUE(testing::closedByServer(clients.back()));
   EXPECT_EQ(server_->connectionCount(), 16u);
-  for (int i = 0; i < 16; ++i) {
-    EXPECT_EQ(::send(clients[i], bytes_.data(), bytes_.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes_.size()));
-    ::shutdown(clients[i], SHUT_WR);
-  }
+  for (int i = 0; i < 16; ++i) send(clients[i], bytes_);
   EXPECT_EQ(deliveries_.waitFor(16).size(), 16u);
   for (int fd : clients) ::close(fd);
 }
