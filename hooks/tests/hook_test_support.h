@@ -19,7 +19,7 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -89,15 +89,11 @@ class Deliveries {
       arrived_.notify_all();
     };
   }
-  // Waits (bounded) for at least n envelopes and answers all of them.
+  // Waits (bounded) for at least n envelopes and answers all of them; waitFor(0) answers at once.
   std::vector<AgentHookProtocol::Envelope> waitFor(size_t n) {
     std::unique_lock lock(mutex_);
     arrived_.wait_for(lock, std::chrono::seconds(5), [&] { return envelopes_.size() >= n; });
     return envelopes_;
-  }
-  size_t count() {
-    std::lock_guard lock(mutex_);
-    return envelopes_.size();
   }
 
  private:
@@ -119,9 +115,7 @@ bool eventually(Predicate predicate) {
 
 inline std::string readBytes(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::stringstream content;
-  content << in.rdbuf();
-  return content.str();
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 inline void writeBytes(const std::string& path, const std::string& bytes) {
@@ -134,9 +128,7 @@ inline uint32_t modeOf(const std::string& path) {
 }
 
 inline size_t entriesIn(const std::string& directory) {
-  size_t count = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(directory)) ++count;
-  return count;
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(directory), {}));
 }
 
 // The whole installation as the connection store runs it; without `desired`, the removal, which
