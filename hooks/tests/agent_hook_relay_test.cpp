@@ -14,10 +14,13 @@ namespace {
 using AgentHookProtocol::EventKind;
 using Args = std::vector<std::string>;
 
+const Args claude{"--provider", "claude", "--protocol", "1"};
+
 // A relay's surroundings: the hook's input, a small file tree, and a socket that records.
 struct FakeSystem {
+  explicit FakeSystem(std::string hookInput = {}) : input(std::move(hookInput)) {}
   std::string input;
-  std::set<std::string> existing;
+  std::set<std::string> existing = {"/home/ada/code/tidewatch/.git"};
   int inputReads = 0;
   std::vector<std::string> sent;
   std::string sentTo;
@@ -37,33 +40,28 @@ struct FakeSystem {
         },
     };
   }
-  std::optional<AgentHookProtocol::Envelope> relay(const Args& arguments) {
+  std::optional<AgentHookProtocol::Envelope> relay(const Args& arguments = claude) {
     EXPECT_EQ(run(arguments, dependencies()), 0);
     if (sent.empty()) return std::nullopt;
     return AgentHookProtocol::decodeEnvelope(sent.back());
   }
 };
 
-const Args claude{"--provider", "claude", "--protocol", "1"};
-
 TEST(AgentHookRelayTest, ParseReadsTheFourOptions) {
   EXPECT_EQ(parse({"--protocol", "+1", "--hint", "idle_prompt", "--provider", "codex", "--test"}),
             (Invocation{AgentKind::codex, 1, "idle_prompt", true}));
   EXPECT_EQ(parse({"--provider", "codex", "--protocol", "1", "--provider", "claude", "--protocol", "-3"}),
             (Invocation{AgentKind::claude, -3, std::nullopt, false}));
-  for (const Args& refused : std::vector<Args>{
-           {},
-           {"--provider", "claude"},
-           {"--protocol", "1"},
-           {"--provider", "gemini", "--protocol", "1"},
-           {"--provider", "claude", "--protocol", ""},
-           {"--provider", "claude", "--protocol", "1.0"},
-           {"--provider", "claude", "--protocol", "+"},
-           {"--provider", "claude", "--protocol", "99999999999999999999"},
-           {"--provider", "claude", "--protocol", "1", "--hint"},
-           {"--provider", "claude", "--protocol", "1", "--verbose"},
-       }) {
+  for (const Args& refused : std::vector<Args>{{},
+                                               {"--provider", "claude"},
+                                               {"--protocol", "1"},
+                                               {"--provider", "gemini", "--protocol", "1"},
+                                               {"--provider", "claude", "--protocol", "1", "--hint"},
+                                               {"--provider", "claude", "--protocol", "1", "--verbose"}}) {
     EXPECT_FALSE(parse(refused)) << ::testing::PrintToString(refused);
+  }
+  for (const char* protocol : {"", "1.0", "+", "99999999999999999999"}) {
+    EXPECT_FALSE(parse({"--provider", "claude", "--protocol", protocol})) << protocol;
   }
 }
 
@@ -90,9 +88,7 @@ TEST(AgentHookRelayTest, SendsOneEnvelopePerHookEvent) {
        {1, AgentKind::claude, EventKind::sessionStart, "s", std::nullopt, 777}, 1},
   };
   for (const auto& [arguments, input, envelope, inputReads] : cases) {
-    FakeSystem system;
-    system.input = input;
-    system.existing = {"/home/ada/code/tidewatch/.git"};
+    FakeSystem system{input};
     EXPECT_EQ(system.relay(arguments), envelope) << input;
     EXPECT_EQ(system.inputReads, inputReads) << input;
     EXPECT_EQ(system.sentTo, "/home/ada/rt/agent-events.sock");
@@ -117,8 +113,7 @@ TEST(AgentHookRelayTest, DropsSilentlyWhatDoesNotMakeAnEvent) {
       {claude, "not json", true},
   };
   for (const auto& [arguments, input, readsInput] : cases) {
-    FakeSystem system;
-    system.input = input;
+    FakeSystem system{input};
     EXPECT_FALSE(system.relay(arguments)) << input;
     EXPECT_TRUE(system.sent.empty()) << input;
     EXPECT_EQ(system.inputReads, readsInput ? 1 : 0) << input;
@@ -129,24 +124,19 @@ TEST(AgentHookRelayTest, InputUpToOneMebibyteIsDecoded) {
   const std::string head = R"({"session_id":"s","hook_event_name":"Stop","pad":")";
   const std::string exact = head + std::string(maxInputBytes - head.size() - 2, 'x') + "\"}";
   ASSERT_EQ(exact.size(), maxInputBytes);
-  FakeSystem fits;
-  fits.input = exact;
-  EXPECT_TRUE(fits.relay(claude));
-  FakeSystem over;
-  over.input = exact + " ";
-  EXPECT_FALSE(over.relay(claude));
+  EXPECT_TRUE(FakeSystem{exact}.relay());
+  EXPECT_FALSE(FakeSystem{exact + " "}.relay());
 }
 
 // Nothing but the four keys may pass: a marker in every other place must not reach the wire.
 TEST(AgentHookRelayTest, CanaryNeverReachesTheEnvelope) {
   const std::string marker = "CANARY-7f3a9c1e";
-  FakeSystem system;
-  system.input = R"({"session_id":"s-9","hook_event_name":"UserPromptSubmit","cwd":"/w/)" + marker + R"(/app",)"
-                 R"("prompt":")" + marker + R"(","transcript_path":"/t/)" + marker + R"(.jsonl",)"
-                 R"("tool_input":{"command":")" + marker + R"(","session_id":")" + marker + R"("},)"
-                 R"("tool_response":[")" + marker + R"("],")" + marker + R"(":")" + marker + R"("})";
+  FakeSystem system(R"({"session_id":"s-9","hook_event_name":"UserPromptSubmit","cwd":"/w/)" + marker + R"(/app",)"
+                    R"("prompt":")" + marker + R"(","transcript_path":"/t/)" + marker + R"(.jsonl",)"
+                    R"("tool_input":{"command":")" + marker + R"(","session_id":")" + marker + R"("},)"
+                    R"("tool_response":[")" + marker + R"("],")" + marker + R"(":")" + marker + R"("})");
   system.existing = {"/w/" + marker + "/app/package.json"};  // the project itself is named "app"
-  const auto envelope = system.relay(claude);
+  const auto envelope = system.relay();
   ASSERT_TRUE(envelope);
   EXPECT_EQ(envelope->projectName, "app");
   EXPECT_EQ(system.sent.back().find("CANARY"), std::string::npos) << system.sent.back();
