@@ -19,7 +19,7 @@ std::string withKey(const std::string& key, const nlohmann::json& value) {
   return object.dump();
 }
 
-TEST(AgentHookProtocolTest, EncodesTheSixKeysAndRoundTrips) {
+TEST(AgentHookProtocolTest, EncodesTheSixKeysRoundTripsAndRefusesWhatCannotTravel) {
   const auto bytes = encode(sample());
   ASSERT_TRUE(bytes);
   EXPECT_EQ(*bytes,
@@ -31,9 +31,8 @@ TEST(AgentHookProtocolTest, EncodesTheSixKeysAndRoundTrips) {
   anonymous.projectName.reset();
   EXPECT_EQ(encode(anonymous)->find("projectName"), std::string::npos);
   EXPECT_EQ(decodeEnvelope(*encode(anonymous)), anonymous);
-}
 
-TEST(AgentHookProtocolTest, EncodeRefusesWhatCannotTravel) {
+  // What cannot travel is refused.
   Envelope tooLong = sample();
   tooLong.projectName = std::string(4096, 'p');
   EXPECT_FALSE(encode(tooLong));
