@@ -7,7 +7,7 @@
 namespace tidewatch {
 namespace {
 
-TEST(AgentHookPathsTest, DarwinCandidates) {
+TEST(AgentHookPathsTest, DarwinCandidatesAndTheFallbackFromOneHundredAndFourBytes) {
   const auto both = AgentHookPaths::candidates(
       AgentHookPaths::darwinProfile("/Users/ada", std::string("/var/folders/xy/T/"), "/tmp/"));
   EXPECT_EQ(both.preferred.runtimeDirectory, "/Users/ada/Library/Application Support/Tidewatch/Runtime");
@@ -19,9 +19,8 @@ TEST(AgentHookPathsTest, DarwinCandidates) {
   // Without a per-user directory the system's stands in; only one trailing "/" goes.
   EXPECT_EQ(AgentHookPaths::darwinProfile("/Users/ada", std::nullopt, "/tmp//").fallbackRuntimeDirectory,
             "/tmp//tidewatch");
-}
 
-TEST(AgentHookPathsTest, StandardTakesTheFallbackFromOneHundredAndFourBytes) {
+  // The standard path takes the fallback from 104 bytes on.
   const std::string suffix = "/Library/Application Support/Tidewatch/Runtime/agent-events.sock";
   const std::string fits = "/" + std::string(103 - suffix.size() - 1, 'h');
   const std::string tooLong = fits + "h";
