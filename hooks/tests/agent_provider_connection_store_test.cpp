@@ -82,21 +82,19 @@ TEST_F(ConnectionStore, StatusFollowsKeyEntriesAndEvents) {
   store->recordEnvelope(Envelope{1, AgentKind::codex, EventKind::turnEnded, "s", {}, 42}, at(2000));
   EXPECT_EQ(store->connection(AgentKind::codex).status, Status::connected(at(2000)));
 
-  // Entries that went missing, or one that went stale, need a repair.
-  const std::string installed = testing::readBytes(claudePath());
-  testing::writeBytes(claudePath(), R"({"hooks": {"Stop": [{"hooks": [{"command": "say done"}]}]}})");
-  store->refresh();
-  EXPECT_EQ(store->connection(AgentKind::claude).status, Status::repairNeeded(missingClaude));
-  json stale = json::parse(installed);
+  // Entries that went missing, or one that went stale, need a repair; a broken file is unavailable.
+  json stale = json::parse(testing::readBytes(claudePath()));
   stale["hooks"]["Stop"][0]["hooks"][0]["command"] =
       AgentHookCommand::commandLine("/usr/local/bin/tidewatch", socket(), AgentKind::claude, "idle_prompt");
-  testing::writeBytes(claudePath(), stale.dump());
-  store->refresh();
-  EXPECT_EQ(store->connection(AgentKind::claude).status,
-            Status::repairNeeded("The installed entries are out of date — Repair updates only Tidewatch's own hooks."));
-  testing::writeBytes(claudePath(), "");
-  store->refresh();
-  EXPECT_EQ(store->connection(AgentKind::claude).status, Status::unavailable(invalidClaude));
+  for (const auto& [bytes, status] : std::vector<std::pair<std::string, Status>>{
+           {R"({"hooks": {"Stop": [{"hooks": [{"command": "say done"}]}]}})", Status::repairNeeded(missingClaude)},
+           {stale.dump(), Status::repairNeeded(
+                              "The installed entries are out of date — Repair updates only Tidewatch's own hooks.")},
+           {"", Status::unavailable(invalidClaude)}}) {
+    testing::writeBytes(claudePath(), bytes);
+    store->refresh();
+    EXPECT_EQ(store->connection(AgentKind::claude).status, status) << bytes;
+  }
 }
 
 TEST_F(ConnectionStore, OutsideTheInstalledPlaceNothingIsAvailableButTheKeyStays) {
