@@ -62,7 +62,7 @@ class ConnectionStore : public ::testing::Test {
   int configuredChanges = 0;
 };
 
-TEST_F(ConnectionStore, StatusFollowsKeyEntriesAndEvents) {
+TEST_F(ConnectionStore, StatusFollowsKeyEntriesEventsAndDisconnect) {
   auto store = makeStore();
   EXPECT_EQ(store->connection(AgentKind::codex),
             (AgentProviderConnection{AgentKind::codex, Status::of(Status::Kind::notConfigured), false}));
@@ -81,6 +81,12 @@ TEST_F(ConnectionStore, StatusFollowsKeyEntriesAndEvents) {
 
   store->recordEnvelope(Envelope{1, AgentKind::codex, EventKind::turnEnded, "s", {}, 42}, at(2000));
   EXPECT_EQ(store->connection(AgentKind::codex).status, Status::connected(at(2000)));
+  // Disconnect takes the entries out; connected again, the earlier event is forgotten.
+  store->disconnect(AgentKind::codex);
+  EXPECT_EQ(store->actionNotice(), std::nullopt);
+  EXPECT_EQ(json::parse(testing::readBytes(home + "/.codex/hooks.json")), (json{{"hooks", json::object()}}));
+  store->connect(AgentKind::codex);
+  EXPECT_EQ(kindOf(*store, AgentKind::codex), Status::Kind::configuredAwaitingTrust);
 
   // Entries that went missing, or one that went stale, need a repair; a broken file is unavailable.
   json stale = json::parse(testing::readBytes(claudePath()));
@@ -168,22 +174,6 @@ TEST_F(ConnectionStore, FailedActionsExplainThemselves) {
        "Couldn't update the Codex configuration: could not create temporary file"},
   };
   for (const auto& [error, notice] : notices) EXPECT_EQ(Store::failureNotice(error, AgentKind::codex), notice);
-}
-
-TEST_F(ConnectionStore, DisconnectTakesOutOnlyTheProgramsEntries) {
-  auto store = makeStore();
-  store->connect(AgentKind::codex);
-  store->recordEnvelope(Envelope{1, AgentKind::codex, EventKind::sessionStart, "s", {}, 42}, at(1500));
-  json withUser = json::parse(testing::readBytes(Store::settingsPath(AgentKind::codex, home)));
-  withUser["hooks"]["Stop"].push_back(json::parse(R"({"hooks": [{"command": "say done"}]})"));
-  testing::writeBytes(Store::settingsPath(AgentKind::codex, home), withUser.dump());
-  store->disconnect(AgentKind::codex);
-  EXPECT_EQ(store->actionNotice(), std::nullopt);
-  EXPECT_EQ(json::parse(testing::readBytes(Store::settingsPath(AgentKind::codex, home))),
-            json::parse(R"({"hooks": {"Stop": [{"hooks": [{"command": "say done"}]}]}})"));
-  // Connected again, the earlier event is forgotten.
-  store->connect(AgentKind::codex);
-  EXPECT_EQ(kindOf(*store, AgentKind::codex), Status::Kind::configuredAwaitingTrust);
 }
 
 TEST_F(ConnectionStore, RelayTestRecordsFailureAtOnceAndSuccessOnlyWhenTheEnvelopeArrives) {
