@@ -23,8 +23,9 @@ std::vector<RawListeningSocket> listeningSockets(int32_t pid);
 // The identity of the incarnation now behind the pid; absent when the pid is gone.
 std::optional<ProcessIdentity> processIdentity(int32_t pid);
 
-// Absolute path of the executable; absent when unreadable (other users' processes).
-std::optional<std::string> execPath(int32_t pid);
+// Absolute path of the executable as the process was started (see startedThroughSibling),
+// given its short name; absent when unreadable (other users' processes).
+std::optional<std::string> execPath(int32_t pid, const std::optional<std::string>& name);
 
 // The working directory; absent when unreadable.
 std::optional<std::string> currentWorkingDirectory(int32_t pid);
@@ -46,8 +47,9 @@ std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid, uint32_t myUID);
 // only when the names alone cannot decide.
 std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID);
 
-// The process of any user, without argv, for the checks just before an action.
-std::optional<ProcessSnapshot> liveResolveSnapshot(int32_t pid);
+// The process of any user, without argv, for the checks just before an action; a read that
+// failed for want of resources or permission says so rather than passing for an exited process.
+LiveProcessRead liveResolveSnapshot(int32_t pid);
 
 // CPU and memory of a known process refreshed; absent when the pid now belongs to another
 // process or user. Every other field stays from the given snapshot.

@@ -36,11 +36,23 @@ struct ProcessSnapshot {
   std::optional<uint64_t> cpuTimeNanos;
   std::optional<std::vector<std::string>> argv;
   std::optional<std::string> bundleIdentifier;
+  // A thread of the kernel's own (Linux), never a program anyone started.
+  bool isKernelThread = false;
 
   // Basename of the executable, else the kernel's short name, else "pid N".
   std::string displayName() const;
 
   friend bool operator==(const ProcessSnapshot&, const ProcessSnapshot&) = default;
+};
+
+// A process read now. Without a snapshot, `error` says why: 0 when there is no such process any
+// more, else the errno of a read refused for want of resources or permission (EMFILE, ENFILE,
+// ENOMEM, EACCES, EPERM), which says nothing of whether the process is still there.
+struct LiveProcessRead {
+  std::optional<ProcessSnapshot> snapshot;
+  int error = 0;
+
+  friend bool operator==(const LiveProcessRead&, const LiveProcessRead&) = default;
 };
 
 // The last non-empty piece of a "/"-separated path, if any.

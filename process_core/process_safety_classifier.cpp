@@ -12,8 +12,17 @@ namespace tidewatch::ProcessSafetyClassifier {
 namespace {
 
 constexpr std::array<std::string_view, 5> loginShellBasenames{"zsh", "bash", "fish", "sh", "nu"};
+// Linux beside them: /bin/sh is dash on Debian, and a shell is a shell whatever its name.
+constexpr std::array<std::string_view, 12> linuxShellBasenames{"dash", "ash",  "ksh", "mksh",   "oksh", "yash",
+                                                               "tcsh", "csh",  "elvish", "pwsh", "busybox", "rbash"};
 constexpr std::array<std::string_view, 7> coreSystemBasenames{
     "launchd", "WindowServer", "loginwindow", "Finder", "ControlCenter", "SystemUIServer", "Dock"};
+// The processes a Linux desktop session stands on: init, the display server, the shell of the
+// desktop, the message bus, sound, and the display managers.
+constexpr std::array<std::string_view, 21> linuxCoreSystemBasenames{
+    "systemd",     "init",      "Xorg",         "Xwayland",     "gnome-shell", "plasmashell", "kwin_x11",
+    "kwin_wayland", "dbus-daemon", "dbus-broker", "pipewire",     "wireplumber", "pulseaudio",  "gdm",
+    "gdm3",        "gdm-x-session", "sddm",     "lightdm",      "lxdm",        "xdm",         "mutter"};
 
 template <size_t N>
 bool contains(const std::array<std::string_view, N>& names, std::string_view name) {
@@ -23,7 +32,9 @@ bool contains(const std::array<std::string_view, N>& names, std::string_view nam
 // A look-alike named after a system process in a user's folder does not count.
 bool isCoreSystemProcess(const ProcessSnapshot& snapshot) {
   const auto basename = processBasename(snapshot);
-  if (!basename || !contains(coreSystemBasenames, *basename)) return false;
+  if (!basename || !(contains(coreSystemBasenames, *basename) || contains(linuxCoreSystemBasenames, *basename))) {
+    return false;
+  }
   if (snapshot.executablePath && SystemClassifier::hasSystemPrefix(*snapshot.executablePath)) return true;
   if (!snapshot.bundleIdentifier) return false;
   const std::string& bundle = *snapshot.bundleIdentifier;
@@ -39,7 +50,7 @@ const Context& Context::current() {
 
 bool isLoginShell(const ProcessSnapshot& snapshot) {
   const auto basename = processBasename(snapshot);
-  return basename && contains(loginShellBasenames, *basename);
+  return basename && (contains(loginShellBasenames, *basename) || contains(linuxShellBasenames, *basename));
 }
 
 ProcessSafetyClass classify(const ProcessSnapshot& snapshot, bool appleSystemBinary, bool inTidewatchSubtree,
@@ -60,6 +71,10 @@ ProcessSafetyClass classify(const ProcessSnapshot& snapshot, bool appleSystemBin
   if (isLoginShell(snapshot)) return ProcessSafetyClass::protectedBy(ProtectionReason::loginShell);
   if (appleSystemBinary) return ProcessSafetyClass::protectedBy(ProtectionReason::appleSystemProcess);
   if (isCoreSystemProcess(snapshot)) return ProcessSafetyClass::protectedBy(ProtectionReason::appleSystemProcess);
+  // init and the kernel's own threads, whoever runs this program (root owns them too).
+  if (snapshot.identity.pid == 1 || snapshot.isKernelThread) {
+    return ProcessSafetyClass::protectedBy(ProtectionReason::appleSystemProcess);
+  }
   return ProcessSafetyClass::actionable();
 }
 

@@ -53,8 +53,12 @@ std::vector<bool> strongSystemBackgroundFlags(const std::vector<std::optional<st
                                               SystemClassifier::IsVendorBinary isVendorBinary);
 
 // The live vendor check of this system. On Linux: a regular file owned by root and writable by
-// neither group nor others, under /usr/lib/, /usr/libexec/, /usr/sbin/ or /sbin/. Files under
-// /usr/bin/ and /bin/, where developers' interpreters and servers live, answer false.
+// neither group nor others, in a place of the system's own plumbing (isPlumbingLocation).
 bool isOperatingSystemBinary(const std::string& path);
+
+// Under /usr/libexec/, /usr/sbin/, /sbin/ or /usr/lib/systemd/, or below /usr/lib/ with a libexec
+// folder on the way. Not /usr/bin/, /bin/ nor the rest of /usr/lib/, where the interpreters,
+// runtimes and servers that developers start live.
+bool isPlumbingLocation(std::string_view path);
 
 }  // namespace tidewatch

@@ -12,16 +12,27 @@ namespace tidewatch {
 ListenerTerminator::ListenerTerminator(PortEngine engine, SafetyContext context, ProcessSignals signals)
     : engine_(std::move(engine)), context_(context), signals_(std::move(signals)) {}
 
-std::optional<ListenerTerminator::FreshProcess> ListenerTerminator::readFresh(int32_t pid) const {
+namespace {
+
+// The detail of a refusal to act on what could not be read: not knowing is not "exited".
+std::string uncheckedDetail(int error) {
+  return "Tidewatch couldn\u2019t check that process (" + std::string(std::strerror(error)) + ")";
+}
+
+}  // namespace
+
+ListenerTerminator::FreshRead ListenerTerminator::readFresh(int32_t pid) const {
   auto live = engine_.resolveLiveProcess(pid);
-  if (!live) return std::nullopt;
+  if (!live.process) return {std::nullopt, live.error};
+  const auto subtree = engine_.isInProcessSubtree(live.process->snapshot, context_.selfPID);
+  if (subtree.error != 0) return {std::nullopt, subtree.error};
   FreshProcess fresh;
-  fresh.appleSystemBinary = live->appleSystemBinary;
-  fresh.inTidewatchSubtree = engine_.isInProcessSubtree(live->snapshot, context_.selfPID);
-  fresh.safety = ProcessSafetyClassifier::classify(live->snapshot, fresh.appleSystemBinary, fresh.inTidewatchSubtree,
-                                                   context_);
-  fresh.snapshot = std::move(live->snapshot);
-  return fresh;
+  fresh.appleSystemBinary = live.process->appleSystemBinary;
+  fresh.inTidewatchSubtree = subtree.inSubtree;
+  fresh.safety = ProcessSafetyClassifier::classify(live.process->snapshot, fresh.appleSystemBinary,
+                                                   fresh.inTidewatchSubtree, context_);
+  fresh.snapshot = std::move(live.process->snapshot);
+  return {std::move(fresh), 0};
 }
 
 KillOutcome ListenerTerminator::sendSignal(const PinnedSignal& pinned, int signal, int32_t pid, bool force) const {
@@ -38,7 +49,9 @@ KillOutcome ListenerTerminator::sendSignal(const PinnedSignal& pinned, int signa
 KillOutcome ListenerTerminator::guardedSignal(int32_t pid, const ProcessIdentity& target, int signal,
                                               bool force) const {
   const PinnedSignal pinned = signals_.pin(pid);
-  const auto fresh = readFresh(pid);
+  const auto read = readFresh(pid);
+  if (read.error != 0) return {KillOutcome::SignalFailed{force ? "SIGKILL" : "SIGTERM", uncheckedDetail(read.error)}};
+  const auto& fresh = read.process;
   if (!fresh) return {KillOutcome::AlreadyExited{}};
   if (fresh->snapshot.identity != target) return {KillOutcome::IdentityChanged{}};
   if (auto reason = fresh->safety.reason()) return {KillOutcome::Blocked{*reason}};
@@ -57,7 +70,7 @@ int ListenerTerminator::signalPoolMembers(const WorkerPoolCollapser::Signals& si
   int count = 0;
   for (const auto& member : engine_.poolMemberIdentities(signals)) {
     const PinnedSignal pinned = signals_.pin(member.pid);
-    const auto fresh = readFresh(member.pid);
+    const auto fresh = readFresh(member.pid).process;
     if (!fresh || fresh->snapshot.identity != member || !fresh->safety.isActionable() || member.pid < 1) continue;
     // A refusal leaves no trace: the member is simply not counted.
     if (pinned(SIGTERM) == 0) ++count;
@@ -68,7 +81,9 @@ int ListenerTerminator::signalPoolMembers(const WorkerPoolCollapser::Signals& si
 StopPoolOutcome ListenerTerminator::stopPool(const StopPoolRequest& request) const {
   const int32_t pid = request.supervisor.pid;
   const PinnedSignal pinned = signals_.pin(pid);
-  const auto fresh = readFresh(pid);
+  const auto read = readFresh(pid);
+  if (read.error != 0) return {StopPoolOutcome::SignalFailed{uncheckedDetail(read.error)}};
+  const auto& fresh = read.process;
   if (!fresh) return {StopPoolOutcome::AlreadyExited{}};
   if (fresh->snapshot.identity != request.supervisor) return {StopPoolOutcome::IdentityChanged{}};
   if (fresh->safety.isProtected()) {
@@ -92,7 +107,7 @@ StopPoolOutcome ListenerTerminator::stopPool(const StopPoolRequest& request) con
 
 std::optional<StopAgentRequest> ListenerTerminator::stopAgentRequest(const std::string& id, AgentKind provider,
                                                                      const AgentProcessIdentity& identity) const {
-  const auto fresh = readFresh(identity.process.pid);
+  const auto fresh = readFresh(identity.process.pid).process;
   if (!fresh) return std::nullopt;
   return StopAgentRequest::request(id, provider, identity, fresh->snapshot, fresh->appleSystemBinary,
                                    fresh->inTidewatchSubtree, context_);
@@ -101,7 +116,9 @@ std::optional<StopAgentRequest> ListenerTerminator::stopAgentRequest(const std::
 StopAgentOutcome ListenerTerminator::stopAgent(const StopAgentRequest& request) const {
   const int32_t pid = request.target.process.pid;
   const PinnedSignal pinned = signals_.pin(pid);
-  const auto fresh = readFresh(pid);
+  const auto read = readFresh(pid);
+  if (read.error != 0) return {StopAgentOutcome::SignalFailed{uncheckedDetail(read.error)}};
+  const auto& fresh = read.process;
   if (!fresh) return {StopAgentOutcome::AlreadyExited{}};
   if (fresh->snapshot.identity != request.target.process) return {StopAgentOutcome::IdentityChanged{}};
   if (auto reason = fresh->safety.reason()) return {StopAgentOutcome::Blocked{*reason}};
@@ -142,8 +159,11 @@ StopVisibleOutcome ListenerTerminator::stopVisible(const StopVisibleRequest& req
     const auto& pool = std::get<StopPoolRequest>(target);
     const int32_t pid = pool.supervisor.pid;
     const PinnedSignal pinned = signals_.pin(pid);
-    const auto fresh = readFresh(pid);
-    if (!fresh) {
+    const auto read = readFresh(pid);
+    const auto& fresh = read.process;
+    if (read.error != 0) {
+      ++summary.failedCount;
+    } else if (!fresh) {
       ++summary.alreadyExitedCount;
     } else if (fresh->snapshot.identity != pool.supervisor) {
       ++summary.skippedCount;

@@ -29,8 +29,13 @@ class ListenerTerminator {
     bool inTidewatchSubtree = false;
     ProcessSafetyClass safety = ProcessSafetyClass::actionable();
   };
-  // The fresh read and its two flags and class; absent when the process is gone.
-  std::optional<FreshProcess> readFresh(int32_t pid) const;
+  // The fresh read and its two flags and class; absent with error 0 when the process is gone,
+  // absent with an errno when it could not be checked.
+  struct FreshRead {
+    std::optional<FreshProcess> process;
+    int error = 0;
+  };
+  FreshRead readFresh(int32_t pid) const;
   KillOutcome sendSignal(const PinnedSignal& pinned, int signal, int32_t pid, bool force) const;
   KillOutcome guardedSignal(int32_t pid, const ProcessIdentity& target, int signal, bool force) const;
   // SIGTERM to each live, unchanged, actionable member; the number that accepted it.

@@ -317,16 +317,25 @@ std::optional<ProcessSnapshot> PortEngine::detectionSnapshot(int32_t pid) const 
   return dependencies_.detectionSnapshot(pid, dependencies_.currentUID());
 }
 
-std::optional<PortEngine::LiveProcess> PortEngine::resolveLiveProcess(int32_t pid) const {
-  auto snapshot = dependencies_.liveResolveSnapshot(pid);
-  if (!snapshot) return std::nullopt;
-  const auto flags = dependencies_.strongSystemBackgroundFlags({snapshot->executablePath});
-  if (flags.empty()) return std::nullopt;
-  return LiveProcess{std::move(*snapshot), flags.front()};
+PortEngine::LiveResolution PortEngine::resolveLiveProcess(int32_t pid) const {
+  auto read = dependencies_.liveResolveSnapshot(pid);
+  if (!read.snapshot) return {std::nullopt, read.error};
+  const auto flags = dependencies_.strongSystemBackgroundFlags({read.snapshot->executablePath});
+  if (flags.empty()) return {};
+  return {LiveProcess{std::move(*read.snapshot), flags.front()}, 0};
 }
 
-bool PortEngine::isInProcessSubtree(const ProcessSnapshot& snapshot, int32_t rootedAt) const {
-  return ProcessAncestry::isInSubtree(snapshot, rootedAt, dependencies_.liveResolveSnapshot);
+PortEngine::SubtreeAnswer PortEngine::isInProcessSubtree(const ProcessSnapshot& snapshot, int32_t rootedAt) const {
+  int error = 0;
+  const LookupSnapshot lookup = [this, &error](int32_t pid) {
+    auto read = dependencies_.liveResolveSnapshot(pid);
+    if (!read.snapshot && read.error != 0) error = read.error;
+    return read.snapshot;
+  };
+  const bool inSubtree = ProcessAncestry::isInSubtree(snapshot, rootedAt, lookup);
+  // Found is found; not found is only an answer when every ancestor could be read.
+  if (inSubtree) return {true, 0};
+  return {false, error};
 }
 
 std::vector<ProcessIdentity> PortEngine::poolMemberIdentities(const WorkerPoolCollapser::Signals& signals) const {

@@ -32,8 +32,9 @@ struct PortEngineDependencies {
   std::function<std::optional<ProcessSnapshot>(int32_t pid, uint32_t uid)> agentPresenceSnapshot;
   // The process of any user, with argv, for walking ancestors.
   std::function<std::optional<ProcessSnapshot>(int32_t pid, uint32_t uid)> detectionSnapshot;
-  // The process of any user, without argv, for checks just before an action.
-  std::function<std::optional<ProcessSnapshot>(int32_t pid)> liveResolveSnapshot;
+  // The process of any user, without argv, for checks just before an action; a failed read
+  // tells "gone" (error 0) from "could not be read" (its errno).
+  std::function<LiveProcessRead(int32_t pid)> liveResolveSnapshot;
   // Identity only; absent when the pid is gone.
   std::function<std::optional<ProcessIdentity>(int32_t pid)> processIdentity;
   // The process's working directory.
@@ -58,6 +59,12 @@ class PortEngine {
     ProcessSnapshot snapshot;
     bool appleSystemBinary = false;
   };
+  // The process as read now: absent with error 0 when it is gone, absent with an errno when it
+  // could not be read.
+  struct LiveResolution {
+    std::optional<LiveProcess> process;
+    int error = 0;
+  };
 
   PortEngine();  // live wiring
   explicit PortEngine(PortEngineDependencies dependencies);
@@ -66,8 +73,14 @@ class PortEngine {
   ScanResult scan(bool includeArgv) const;
 
   std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid) const;
-  std::optional<LiveProcess> resolveLiveProcess(int32_t pid) const;
-  bool isInProcessSubtree(const ProcessSnapshot& snapshot, int32_t rootedAt) const;
+  LiveResolution resolveLiveProcess(int32_t pid) const;
+  // Whether rootedAt is the process or one of its ancestors; an errno instead when an ancestor
+  // could not be read, since the answer is then unknown.
+  struct SubtreeAnswer {
+    bool inSubtree = false;
+    int error = 0;
+  };
+  SubtreeAnswer isInProcessSubtree(const ProcessSnapshot& snapshot, int32_t rootedAt) const;
   // The live members of a pool, found afresh in the tables, in pid order of allPIDs.
   std::vector<ProcessIdentity> poolMemberIdentities(const WorkerPoolCollapser::Signals& signals) const;
 

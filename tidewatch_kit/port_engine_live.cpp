@@ -7,7 +7,9 @@
 
 #include "process_core/process_reader.h"
 #include "process_core/system_classifier.h"
+#include "process_core/text.h"
 #include "tidewatch_kit/port_engine.h"
+#include "tidewatch_kit/service_classifier.h"
 
 namespace tidewatch {
 namespace {
@@ -16,6 +18,14 @@ std::string liveHomeDirectory() {
   if (const char* home = std::getenv("HOME"); home && *home) return home;
   if (const passwd* entry = getpwuid(getuid()); entry && entry->pw_dir) return entry->pw_dir;
   return "/";
+}
+
+// The operating system's own plumbing, never a server or runtime a developer may have started
+// from a system folder (a Debian PostgreSQL, an interpreter).
+bool isSystemPlumbingBinary(const std::string& path) {
+  const auto basename = lastPathComponent(path);
+  if (basename && ServiceClassifier::namesServiceOrRuntime(asciiLowercased(*basename))) return false;
+  return isOperatingSystemBinary(path);
 }
 
 }  // namespace
@@ -40,7 +50,7 @@ PortEngineDependencies PortEngineDependencies::live() {
   };
   d.homeDirectory = [] { return liveHomeDirectory(); };
   d.strongSystemBackgroundFlags = [](const std::vector<std::optional<std::string>>& paths) {
-    return ::tidewatch::strongSystemBackgroundFlags(paths, isOperatingSystemBinary);
+    return ::tidewatch::strongSystemBackgroundFlags(paths, isSystemPlumbingBinary);
   };
   d.now = [] { return std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now()); };
   return d;

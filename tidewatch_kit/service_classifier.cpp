@@ -137,6 +137,10 @@ ServiceClassification classify(const std::optional<std::string>& name, const std
   return ServiceClassification::unknown();
 }
 
+bool namesServiceOrRuntime(std::string_view basename) {
+  return knownService(basename).has_value() || runtime(basename).has_value();
+}
+
 }  // namespace ServiceClassifier
 
 std::optional<std::string> classificationDisplayLabel(const PortListener& listener) {

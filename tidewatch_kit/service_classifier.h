@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tidewatch_kit/listener_records.h"
@@ -15,6 +16,10 @@ namespace ServiceClassifier {
 // gives at most a low-confidence guess whose label ends in "?".
 ServiceClassification classify(const std::optional<std::string>& name, const std::optional<std::string>& executablePath,
                                int port, const std::optional<std::vector<std::string>>& argv);
+
+// Whether a lower-cased executable basename names a known server or a runtime: such a binary is
+// a developer's own, wherever it lies.
+bool namesServiceOrRuntime(std::string_view basename);
 
 }  // namespace ServiceClassifier
 

@@ -70,6 +70,12 @@ std::optional<StatFields> parseStat(std::string_view text) {
         fields.parentPID = *parent;
         break;
       }
+      case 9: {
+        auto flags = parseNumber<uint32_t>(token);
+        if (!flags) return std::nullopt;
+        fields.flags = *flags;
+        break;
+      }
       case 14:
       case 15:
       case 22: {
@@ -158,6 +164,21 @@ std::string_view withoutDeletedMarker(std::string_view exeLink) {
   constexpr std::string_view marker = " (deleted)";
   if (exeLink.size() > marker.size() && exeLink.ends_with(marker)) exeLink.remove_suffix(marker.size());
   return exeLink;
+}
+
+std::optional<std::string> startedThroughSibling(std::string_view resolved, std::string_view comm,
+                                                const std::function<bool(const std::string&)>& isLinkToResolved) {
+  // The kernel keeps at most 15 bytes of the name: a name of that length may be cut short.
+  constexpr size_t longestWholeName = 14;
+  if (comm.empty() || comm.size() > longestWholeName || comm == "." || comm == "..") return std::nullopt;
+  if (comm.find('/') != std::string_view::npos || comm.find('\0') != std::string_view::npos) return std::nullopt;
+  const size_t slash = resolved.rfind('/');
+  if (slash == std::string_view::npos || !resolved.starts_with('/')) return std::nullopt;
+  if (resolved.substr(slash + 1) == comm) return std::nullopt;
+  std::string sibling(resolved.substr(0, slash + 1));
+  sibling.append(comm);
+  if (!isLinkToResolved(sibling)) return std::nullopt;
+  return sibling;
 }
 
 }  // namespace tidewatch::ProcParsers

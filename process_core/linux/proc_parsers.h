@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,10 +18,15 @@ struct StatFields {
   std::string_view comm;  // between the first "(" and the last ")"; may be empty
   char state = '?';       // field 3: 'R', 'S', ... 'Z' for a zombie, 'X' for a dead task
   int32_t parentPID = 0;  // field 4
+  uint32_t flags = 0;     // field 9: the kernel's PF_* flags of the task
   uint64_t userTicks = 0;    // field 14
   uint64_t systemTicks = 0;  // field 15
   uint64_t startTicks = 0;   // field 22, clock ticks since boot
 };
+
+// A thread of the kernel's own, with no program behind it.
+inline constexpr uint32_t kernelThreadFlag = 0x00200000;  // PF_KTHREAD
+inline bool isKernelThread(const StatFields& fields) { return (fields.flags & kernelThreadFlag) != 0; }
 
 // A process that has exited and only waits to be reaped: nothing of it is left to read or signal.
 inline bool hasExited(const StatFields& fields) { return fields.state == 'Z' || fields.state == 'X'; }
@@ -58,5 +64,13 @@ std::optional<int32_t> parsePID(std::string_view name);
 // The link of /proc/PID/exe without the " (deleted)" the kernel appends once the file was
 // replaced or removed, so that the process keeps the name it was started under.
 std::string_view withoutDeletedMarker(std::string_view exeLink);
+
+// The path a process was started under, where that differs from the resolved /proc/PID/exe:
+// `comm` names a sibling of the resolved file that is a symbolic link to that same file
+// (Debian's /usr/bin/redis-server links to redis-check-rdb, python3 to python3.11). Absent
+// when the name matches the file, may be cut short (15 bytes), or no such sibling link exists.
+// `isLinkToResolved(sibling)` answers whether the sibling is a link to the resolved file.
+std::optional<std::string> startedThroughSibling(std::string_view resolved, std::string_view comm,
+                                                const std::function<bool(const std::string&)>& isLinkToResolved);
 
 }  // namespace tidewatch::ProcParsers

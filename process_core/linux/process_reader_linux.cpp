@@ -1,8 +1,10 @@
 // Process reading on Linux, from /proc and NETLINK_SOCK_DIAG.
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstring>
@@ -190,6 +192,7 @@ struct StatFacts {
   std::optional<std::string> name;
   int32_t parentPID = 0;
   uint64_t cpuTicks = 0;
+  bool kernelThread = false;
 };
 
 std::optional<StatFacts> readStat(int directory, int32_t pid) {
@@ -204,6 +207,7 @@ std::optional<StatFacts> readStat(int directory, int32_t pid) {
   if (!fields->comm.empty()) facts.name = repairedUTF8(fields->comm);
   facts.parentPID = fields->parentPID;
   facts.cpuTicks = fields->userTicks + fields->systemTicks;
+  facts.kernelThread = ProcParsers::isKernelThread(*fields);
   return facts;
 }
 
@@ -230,11 +234,32 @@ std::optional<std::string> readLinkText(int directory, const char* name) {
   return repairedUTF8(*link);
 }
 
-std::optional<std::string> readExecPath(int directory) {
+// Whether `sibling` is a symbolic link that leads to the same file as `resolved`.
+bool isSiblingLinkTo(const std::string& sibling, std::string_view resolved) {
+  struct stat link {};
+  if (::lstat(sibling.c_str(), &link) != 0 || !S_ISLNK(link.st_mode)) return false;
+  struct stat target {};
+  struct stat file {};
+  if (::stat(sibling.c_str(), &target) != 0) return false;
+  if (::stat(std::string(resolved).c_str(), &file) != 0) return false;
+  return target.st_dev == file.st_dev && target.st_ino == file.st_ino;
+}
+
+// The executable as the process was started: the resolved link, or the sibling link named by
+// the process's own name that leads to it.
+std::string executablePathAsStarted(std::string_view resolved, const std::optional<std::string>& name) {
+  std::string path = repairedUTF8(resolved);
+  if (!name) return path;
+  auto sibling = ProcParsers::startedThroughSibling(
+      resolved, *name, [resolved](const std::string& candidate) { return isSiblingLinkTo(candidate, resolved); });
+  return sibling ? repairedUTF8(*sibling) : path;
+}
+
+std::optional<std::string> readExecPath(int directory, const std::optional<std::string>& name) {
   char buffer[linkBufferSize];
   auto link = ProcFiles::readLink(directory, "exe", buffer);
   if (!link) return std::nullopt;
-  return repairedUTF8(ProcParsers::withoutDeletedMarker(*link));
+  return executablePathAsStarted(ProcParsers::withoutDeletedMarker(*link), name);
 }
 
 std::optional<std::vector<std::string>> readArgv(int directory) {
@@ -258,6 +283,7 @@ struct ProcessBase {
     snapshot.identity = stat.identity;
     snapshot.name = stat.name;
     snapshot.parentPID = stat.parentPID;
+    snapshot.isKernelThread = stat.kernelThread;
     return snapshot;
   }
 };
@@ -300,7 +326,7 @@ std::optional<ProcessSnapshot> anyUsersSnapshot(int32_t pid, uint32_t myUID, boo
   ProcessSnapshot snapshot = base->snapshot();
   snapshot.uid = uid;
   snapshot.sameUser = *uid == myUID;
-  snapshot.executablePath = readExecPath(directory);
+  snapshot.executablePath = readExecPath(directory, base->stat.name);
   if (withArgv) snapshot.argv = readArgv(directory);
   return snapshot;
 }
@@ -368,13 +394,13 @@ std::optional<ProcessIdentity> processIdentity(int32_t pid) {
   return ProcParsers::identityFromStartTicks(pid, bootTime(), fields->startTicks, ticksPerSecond());
 }
 
-std::optional<std::string> execPath(int32_t pid) {
+std::optional<std::string> execPath(int32_t pid, const std::optional<std::string>& name) {
   if (pid <= 0) return std::nullopt;
   ProcFiles::PathBuffer path;
   char buffer[linkBufferSize];
   auto link = ProcFiles::readLink(AT_FDCWD, ProcFiles::procPath(path, pid, "exe"), buffer);
   if (!link) return std::nullopt;
-  return repairedUTF8(ProcParsers::withoutDeletedMarker(*link));
+  return executablePathAsStarted(ProcParsers::withoutDeletedMarker(*link), name);
 }
 
 std::optional<std::string> currentWorkingDirectory(int32_t pid) {
@@ -403,7 +429,7 @@ std::optional<ProcessSnapshot> enrichedSnapshot(int32_t pid, uint32_t myUID, boo
   ProcessSnapshot snapshot = base->snapshot();
   snapshot.uid = uid;
   snapshot.sameUser = true;
-  snapshot.executablePath = readExecPath(directory);
+  snapshot.executablePath = readExecPath(directory, base->stat.name);
   setTaskFigures(snapshot, directory, base->stat.cpuTicks);
   if (includeArgv) snapshot.argv = readArgv(directory);
   return snapshot;
@@ -423,7 +449,7 @@ std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID
     if (!fields) return std::nullopt;
     std::optional<std::string> name;
     if (!fields->comm.empty()) name = repairedUTF8(fields->comm);
-    const auto candidate = AgentProcessDetector::presenceCandidate(name, Libproc::execPath(pid));
+    const auto candidate = AgentProcessDetector::presenceCandidate(name, Libproc::execPath(pid, name));
     if (candidate == AgentProcessDetector::PresenceCandidate::rejected) return std::nullopt;
   }
   // A candidate is read again through one handle on its incarnation, owner check included.
@@ -432,7 +458,7 @@ std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID
   const int directory = base->directory.get();
   auto uid = readEffectiveUID(directory);
   if (!uid || *uid != myUID) return std::nullopt;
-  auto path = readExecPath(directory);
+  auto path = readExecPath(directory, base->stat.name);
   const auto candidate = AgentProcessDetector::presenceCandidate(base->stat.name, path);
   if (candidate == AgentProcessDetector::PresenceCandidate::rejected) return std::nullopt;
   ProcessSnapshot snapshot = base->snapshot();
@@ -443,8 +469,14 @@ std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID
   return snapshot;
 }
 
-std::optional<ProcessSnapshot> liveResolveSnapshot(int32_t pid) {
-  return anyUsersSnapshot(pid, static_cast<uint32_t>(::getuid()), false);
+LiveProcessRead liveResolveSnapshot(int32_t pid) {
+  errno = 0;
+  auto snapshot = anyUsersSnapshot(pid, static_cast<uint32_t>(::getuid()), false);
+  if (snapshot) return {std::move(snapshot), 0};
+  // Gone shows as ENOENT or ESRCH, a zombie as no error; anything else leaves it unknown.
+  const int error = errno;
+  const bool unknown = error == EMFILE || error == ENFILE || error == ENOMEM || error == EACCES || error == EPERM;
+  return {std::nullopt, unknown ? error : 0};
 }
 
 std::optional<ProcessSnapshot> activitySnapshot(const ProcessSnapshot& snapshot, uint32_t myUID) {

@@ -1,6 +1,7 @@
 // The Linux answer to "a binary the operating system itself ships": the package manager installs
-// system binaries as root-owned files that nobody else may write, in the system's own library and
-// administration folders.
+// its own plumbing as root-owned files that nobody else may write, in the administration and
+// helper folders. The rest of /usr/lib/ is where Debian keeps the runtimes and servers that
+// developers start themselves (the JDK, Erlang, .NET, PostgreSQL), so it does not count.
 #include <sys/stat.h>
 
 #include <array>
@@ -12,17 +13,25 @@
 namespace tidewatch {
 namespace {
 
-// Not /usr/bin/ nor /bin/: that is where the interpreters and servers developers run live.
-constexpr std::array<std::string_view, 4> vendorDirectories{"/usr/lib/", "/usr/libexec/", "/usr/sbin/", "/sbin/"};
+constexpr std::array<std::string_view, 4> plumbingDirectories{"/usr/libexec/", "/usr/sbin/", "/sbin/",
+                                                              "/usr/lib/systemd/"};
 
 }  // namespace
 
-bool isOperatingSystemBinary(const std::string& path) {
-  bool underVendorDirectory = false;
-  for (std::string_view directory : vendorDirectories) {
-    if (path.starts_with(directory)) underVendorDirectory = true;
+bool isPlumbingLocation(std::string_view path) {
+  for (std::string_view directory : plumbingDirectories) {
+    if (path.starts_with(directory)) return true;
   }
-  if (!underVendorDirectory) return false;
+  // /usr/lib/x86_64-linux-gnu/libexec/kdeconnectd: a libexec folder anywhere below /usr/lib/.
+  constexpr std::string_view library = "/usr/lib/";
+  if (!path.starts_with(library)) return false;
+  const size_t lastSlash = path.rfind('/');
+  const std::string_view folders = path.substr(library.size() - 1, lastSlash - (library.size() - 1) + 1);
+  return folders.find("/libexec/") != std::string_view::npos;
+}
+
+bool isOperatingSystemBinary(const std::string& path) {
+  if (!isPlumbingLocation(path)) return false;
 
   // lstat: a symbolic link planted in a system folder is not itself a shipped binary. The kernel
   // reports executables by their resolved path, so real binaries are never links here.

@@ -1,6 +1,8 @@
 // The /proc parsers over captured files and over the odd contents a process can give them.
 #include <fstream>
 #include <iterator>
+#include <set>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -71,6 +73,11 @@ TEST(LinuxProcParsers, StatEdgeCases) {
     ASSERT_TRUE(stat.has_value());
     EXPECT_EQ(ProcParsers::hasExited(*stat), state != 'S') << state;
   }
+  // Field 9 holds the task's flags; kthreadd's carry PF_KTHREAD, a plain process's do not.
+  const auto kthreadd = ProcParsers::parseStat("2 (kthreadd) S 0 0 0 0 -1 2129984 0 0 0 0 0 1 0 0 20 0 1 0 1");
+  ASSERT_TRUE(kthreadd.has_value());
+  EXPECT_TRUE(ProcParsers::isKernelThread(*kthreadd));
+  EXPECT_FALSE(ProcParsers::isKernelThread(*ProcParsers::parseStat("12 (bash)" + tail)));
 }
 
 TEST(LinuxProcParsers, StatusStatmAndBootTime) {
@@ -133,6 +140,27 @@ TEST(UTF8Repair, EachMaximalIllFormedSubpartBecomesOneReplacement) {
       {std::string("a\0b", 3), std::string("a\0b", 3)},
   };
   for (const auto& [bytes, repaired] : cases) EXPECT_EQ(repairedUTF8(bytes), repaired) << bytes;
+}
+
+TEST(LinuxProcParsers, StartedThroughASiblingLink) {
+  // The links that exist in this table, each leading to the resolved file of its case.
+  const std::set<std::string> links{"/usr/bin/redis-server", "/usr/bin/python3", "/usr/bin/abcdefghijklmn"};
+  const auto isLink = [&links](const std::string& sibling) { return links.contains(sibling); };
+  const std::tuple<std::string_view, std::string_view, std::optional<std::string>> cases[] = {
+      {"/usr/bin/redis-check-rdb", "redis-server", "/usr/bin/redis-server"},
+      {"/usr/bin/python3.11", "python3", "/usr/bin/python3"},
+      {"/usr/bin/python3.11", "python3.11", std::nullopt},      // the name is the file's own
+      {"/usr/bin/python3.11", "node", std::nullopt},            // no such link beside it
+      {"/usr/bin/x", "abcdefghijklmn", "/usr/bin/abcdefghijklmn"},  // 14 bytes: whole
+      {"/usr/bin/x", "abcdefghijklmno", std::nullopt},          // 15 bytes: may be cut short
+      {"/usr/bin/x", "", std::nullopt},
+      {"/usr/bin/x", "..", std::nullopt},
+      {"/usr/bin/x", "../bin/python3", std::nullopt},
+      {"x", "python3", std::nullopt},
+  };
+  for (const auto& [resolved, comm, expected] : cases) {
+    EXPECT_EQ(ProcParsers::startedThroughSibling(resolved, comm, isLink), expected) << resolved << " " << comm;
+  }
 }
 
 }  // namespace

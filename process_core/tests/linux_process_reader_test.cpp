@@ -131,7 +131,7 @@ TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
   EXPECT_FALSE(foreign->sameUser);
   EXPECT_EQ(foreign->uid, me);
 
-  const auto live = ProcessReader::liveResolveSnapshot(child.pid());
+  const auto live = ProcessReader::liveResolveSnapshot(child.pid()).snapshot;
   ASSERT_TRUE(live.has_value());
   EXPECT_TRUE(live->sameUser);
   EXPECT_FALSE(live->argv.has_value());
@@ -150,6 +150,7 @@ TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
 
   child.reap();
   EXPECT_NE(Libproc::processIdentity(detection->identity.pid), detection->identity);
+  EXPECT_EQ(ProcessReader::liveResolveSnapshot(detection->identity.pid), LiveProcessRead{}) << "gone, not unreadable";
   EXPECT_FALSE(ProcessReader::activitySnapshot(*detection, me).has_value());
 }
 

@@ -20,6 +20,13 @@ ProcessSnapshot userProcess(std::optional<std::string> path, std::optional<std::
   return snapshot;
 }
 
+ProcessSnapshot kernelThread() {
+  ProcessSnapshot snapshot = userProcess(std::nullopt);
+  snapshot.name = "kworker/0:1";
+  snapshot.isKernelThread = true;
+  return snapshot;
+}
+
 ProcessSafetyClass guarded(ProtectionReason reason) { return ProcessSafetyClass::protectedBy(reason); }
 
 TEST(ProcessSafetyClassifierTest, FirstApplicableProtectionWins) {
@@ -54,6 +61,16 @@ TEST(ProcessSafetyClassifierTest, FirstApplicableProtectionWins) {
        false, guarded(R::appleSystemProcess)},
       {"a plain server whose uid is unknown", userProcess(node, {}, std::nullopt), false, false,
        ProcessSafetyClass::actionable()},
+      {"Debian's /bin/sh, which is dash", userProcess("/usr/bin/dash"), false, false, guarded(R::loginShell)},
+      {"busybox", userProcess("/usr/bin/busybox"), false, false, guarded(R::loginShell)},
+      {"the desktop's shell", userProcess("/usr/bin/gnome-shell"), false, false, guarded(R::appleSystemProcess)},
+      {"the X server under /usr/lib", userProcess("/usr/lib/xorg/Xorg"), false, false,
+       guarded(R::appleSystemProcess)},
+      {"a look-alike systemd in a user's folder", userProcess("/home/me/bin/systemd"), false, false,
+       ProcessSafetyClass::actionable()},
+      {"init run by the same user (root)", userProcess("/home/me/init-shim", {}, 501u, true, 1), false, false,
+       guarded(R::appleSystemProcess)},
+      {"a kernel thread", kernelThread(), false, false, guarded(R::appleSystemProcess)},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(ProcessSafetyClassifier::classify(c.snapshot, c.appleSystemBinary, c.inTidewatchSubtree, context),
@@ -64,7 +81,8 @@ TEST(ProcessSafetyClassifierTest, FirstApplicableProtectionWins) {
 
 TEST(ProcessSafetyClassifierTest, LoginShellGoesByBasenameOnly) {
   const std::tuple<std::optional<std::string>, std::optional<std::string>, bool> cases[] = {
-      {"fish", {}, true}, {"nu", "/", true}, {{}, "/bin/Bash", false}, {{}, "/bin/dash", false}, {{}, {}, false}};
+      {"fish", {}, true}, {"nu", "/", true}, {{}, "/bin/Bash", false}, {{}, "/usr/bin/dash", true},
+      {{}, "/bin/mksh", true}, {"tcsh", {}, true}, {{}, "/usr/bin/dashboard", false}, {{}, {}, false}};
   for (const auto& [name, path, shell] : cases) {
     ProcessSnapshot snapshot;
     snapshot.name = name;

@@ -68,11 +68,32 @@ TEST(SystemClassifierTest, BatchAsksOncePerPathIncludingFalseVerdictsAndKeepsOrd
   EXPECT_EQ(check.asked.size(), 2u);
 }
 
-TEST(LiveVendorBinaryTest, NeedsARootOwnedFileUnderASystemLibraryFolder) {
-  // Find a regular root-owned file under /usr/lib that nobody else may write.
+TEST(PlumbingLocationTest, SystemHelpersButNotTheRuntimesAndServersUnderUsrLib) {
+  const std::pair<std::string_view, bool> cases[] = {
+      {"/usr/libexec/packagekitd", true},
+      {"/usr/sbin/sshd", true},
+      {"/sbin/dhclient", true},
+      {"/usr/lib/systemd/systemd-resolved", true},
+      {"/usr/lib/x86_64-linux-gnu/libexec/kdeconnectd", true},
+      {"/usr/lib/libexec/helper", true},
+      {"/usr/lib/jvm/java-17-openjdk-amd64/bin/java", false},
+      {"/usr/lib/erlang/erts-13.1.5/bin/beam.smp", false},
+      {"/usr/lib/dotnet/dotnet", false},
+      {"/usr/lib/postgresql/15/bin/postgres", false},
+      {"/usr/lib/libexecutable-tools/bin/x", false},
+      {"/usr/lib/x/libexec", false},
+      {"/usr/bin/node", false},
+      {"/bin/sh", false},
+      {"/lib/systemd/systemd", false},
+      {"/opt/libexec/x", false},
+  };
+  for (const auto& [path, plumbing] : cases) EXPECT_EQ(isPlumbingLocation(path), plumbing) << path;
+}
+
+TEST(LiveVendorBinaryTest, NeedsARootOwnedFileInAPlumbingFolder) {
+  // Find a regular root-owned file under /usr/sbin that nobody else may write.
   std::optional<std::string> shipped;
-  using Entries = std::filesystem::recursive_directory_iterator;
-  for (const auto& entry : Entries("/usr/lib", std::filesystem::directory_options::skip_permission_denied)) {
+  for (const auto& entry : std::filesystem::directory_iterator("/usr/sbin")) {
     struct stat status {};
     if (::lstat(entry.path().c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == 0 &&
         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0) {
@@ -84,15 +105,14 @@ TEST(LiveVendorBinaryTest, NeedsARootOwnedFileUnderASystemLibraryFolder) {
   EXPECT_TRUE(isOperatingSystemBinary(*shipped));
 
   EXPECT_FALSE(isOperatingSystemBinary("/usr/bin/env"));
-  EXPECT_FALSE(isOperatingSystemBinary("/usr/lib"));
-  EXPECT_FALSE(isOperatingSystemBinary("/usr/lib/no-such-file-here"));
-
-  char pattern[] = "/tmp/tidewatch-vendor-XXXXXX";
-  const int fd = ::mkstemp(pattern);
-  ASSERT_GE(fd, 0);
-  ::close(fd);
-  EXPECT_FALSE(isOperatingSystemBinary(pattern));
-  (void)::unlink(pattern);
+  EXPECT_FALSE(isOperatingSystemBinary("/usr/sbin"));
+  EXPECT_FALSE(isOperatingSystemBinary("/usr/sbin/no-such-file-here"));
+  // Debian's JDK is a developer's runtime, root-owned as it may be.
+  if (::access("/usr/lib/jvm", F_OK) == 0) {
+    for (const auto& entry : std::filesystem::directory_iterator("/usr/lib/jvm")) {
+      EXPECT_FALSE(isOperatingSystemBinary(entry.path() / "bin/java")) << entry.path();
+    }
+  }
 }
 
 }  // namespace

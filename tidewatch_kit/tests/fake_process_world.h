@@ -25,6 +25,8 @@ class FakeProcessWorld {
   std::set<std::string> existingPaths;
   std::set<std::string> strongSystemPaths;
   std::set<int32_t> identityUnreadable;
+  // Fresh reads of these pids fail with the errno given, as when descriptors run out.
+  std::map<int32_t, int> liveReadErrors;
   Date now = Date(std::chrono::seconds(1'800'000'000));
 
   std::map<int32_t, int> detectionReads;
@@ -93,10 +95,11 @@ class FakeProcessWorld {
       ++detectionReads[pid];
       return read(pid, myUID);
     };
-    d.liveResolveSnapshot = [this](int32_t pid) {
+    d.liveResolveSnapshot = [this](int32_t pid) -> LiveProcessRead {
+      if (auto error = liveReadErrors.find(pid); error != liveReadErrors.end()) return {std::nullopt, error->second};
       auto snapshot = read(pid, uid);
       if (snapshot) snapshot->argv.reset();
-      return snapshot;
+      return {snapshot, 0};
     };
     d.processIdentity = [this](int32_t pid) -> std::optional<ProcessIdentity> {
       ++identityReads[pid];

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 
 #include "tidewatch_kit/tests/fake_process_world.h"
 
@@ -188,9 +189,13 @@ TEST_F(TerminatorTest, AnActionableSupervisorGetsTheOneSignal) {
 
 TEST_F(TerminatorTest, AProtectedSupervisorLivesAndItsWorkersAreStoppedOneByOne) {
   const auto request = *StopPoolRequest::request(row(8000), context());
-  world.add(60, 51, "/usr/bin/bash", 300);  // the supervisor is a shell
-  EXPECT_EQ(terminator().stopPool(request).message(), "Sent SIGTERM to 3 pool workers.");
-  EXPECT_EQ(log.signalsOnly(), (std::vector<std::string>{"signal 15 61", "signal 15 62", "signal 15 63"}));
+  // bash, and Debian's `sh -c` (dash), which started the workers of many a dev script.
+  for (const char* shell : {"/usr/bin/bash", "/usr/bin/dash"}) {
+    log.events.clear();
+    world.add(60, 51, shell, 300);
+    EXPECT_EQ(terminator().stopPool(request).message(), "Sent SIGTERM to 3 pool workers.");
+    EXPECT_EQ(log.signalsOnly(), (std::vector<std::string>{"signal 15 61", "signal 15 62", "signal 15 63"}));
+  }
 
   log.events.clear();
   log.errors = {{61, ESRCH}, {62, EPERM}};
@@ -198,6 +203,57 @@ TEST_F(TerminatorTest, AProtectedSupervisorLivesAndItsWorkersAreStoppedOneByOne)
 
   log.errors = {{61, ESRCH}, {62, EPERM}, {63, ESRCH}};
   EXPECT_EQ(terminator().stopPool(request).message(), "Tidewatch couldn\xE2\x80\x99t safely stop this pool.");
+}
+
+TEST_F(TerminatorTest, ProtectedOrUncheckableProcessesGetNoSignal) {
+  const auto request = *KillRequest::request(row(3000), context());
+  const std::string unchecked = "Couldn\xE2\x80\x99t send SIGTERM: Tidewatch couldn\xE2\x80\x99t check that process (";
+  struct Case {
+    const char* what;
+    std::function<void()> change;
+    std::string message;
+  };
+  const Case cases[] = {
+      {"exec'd into /bin/sh, which is dash", [&] { world.add(52, 51, "/usr/bin/dash", 200); },
+       "That\xE2\x80\x99s a login shell \xE2\x80\x94 Tidewatch won\xE2\x80\x99t stop it."},
+      {"out of descriptors", [&] { world.liveReadErrors[52] = EMFILE; }, unchecked + "Too many open files)."},
+      {"refused by /proc", [&] { world.liveReadErrors[52] = EACCES; }, unchecked + "Permission denied)."},
+      {"an ancestor unreadable", [&] { world.liveReadErrors[51] = ENFILE; },
+       unchecked + "Too many open files in system)."},
+  };
+  for (const auto& c : cases) {
+    SetUp();
+    world.liveReadErrors.clear();
+    c.change();
+    const auto outcome = terminator().kill(request);
+    EXPECT_EQ(outcome.message(), c.message) << c.what;
+    EXPECT_FALSE(outcome.isSuccess()) << c.what;
+  }
+
+  // A container's init and the kernel's threads, of the same user as this program (root).
+  world.liveReadErrors.clear();
+  world.add(1, 0, "/opt/tini", 1);
+  auto& kworker = world.add(2, 0, "kworker", 1);
+  kworker.name = "kworker/0:1";
+  kworker.executablePath.reset();
+  kworker.isKernelThread = true;
+  for (int32_t pid : {1, 2}) {
+    KillRequest system = request;
+    system.pid = pid;
+    system.target = {pid, 1, 0};
+    EXPECT_EQ(terminator().forceKill(ForceKillRequest{system.id, system.displayName, pid, 0, "SIGKILL", system.target})
+                  .message(),
+              "That\xE2\x80\x99s a system process \xE2\x80\x94 Tidewatch won\xE2\x80\x99t stop it.");
+  }
+
+  // The pool and agent stops say so too, and stop-visible counts a failure.
+  world.liveReadErrors[60] = EMFILE;
+  EXPECT_EQ(terminator().stopPool(*StopPoolRequest::request(row(8000), context())).message(),
+            "Couldn\xE2\x80\x99t stop the pool: Tidewatch couldn\xE2\x80\x99t check that process (Too many open files).");
+  const auto visible = *StopVisibleRequest::request(PortEngine(world.dependencies()).scan(true).visible(), context());
+  world.liveReadErrors[52] = EMFILE;
+  EXPECT_EQ(terminator().stopVisible(visible), (StopVisibleOutcome{0, 0, 0, 2}));
+  EXPECT_TRUE(log.signalsOnly().empty());
 }
 
 TEST_F(TerminatorTest, AGoneOrReplacedSupervisorStopsNothing) {

@@ -213,11 +213,12 @@ TEST(PortEngineLiveChecks, ResolveLiveProcessCarriesTheSystemFlag) {
   world.add(40, 1, "/usr/sbin/daemon");
   world.strongSystemPaths = {"/usr/sbin/daemon"};
   const PortEngine engine(world.dependencies());
-  auto live = engine.resolveLiveProcess(40);
+  auto live = engine.resolveLiveProcess(40).process;
   ASSERT_TRUE(live.has_value());
   EXPECT_TRUE(live->appleSystemBinary);
   EXPECT_FALSE(live->snapshot.argv.has_value());
-  EXPECT_FALSE(engine.resolveLiveProcess(41).has_value());
+  EXPECT_FALSE(engine.resolveLiveProcess(41).process.has_value());
+  EXPECT_EQ(engine.resolveLiveProcess(41).error, 0) << "gone";
 }
 
 }  // namespace
