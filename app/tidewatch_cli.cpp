@@ -48,6 +48,20 @@ std::string_view bindWord(BindScope scope) {
   return "unknown";
 }
 
+// After the rows of --all: a blank line, then "PORT (USER)" by port, each pair once; nothing
+// when no other user listens.
+std::string otherUsersLine(const std::vector<OtherUserListener>& listeners) {
+  std::vector<std::string> items;
+  for (const auto& listener : listeners) {
+    std::string item = std::to_string(listener.port) + " (" + withoutControlCharacters(listener.userName) + ")";
+    if (std::find(items.begin(), items.end(), item) == items.end()) items.push_back(std::move(item));
+  }
+  if (items.empty()) return {};
+  std::string line = "\nHeld by other users: ";
+  for (size_t i = 0; i < items.size(); ++i) line += (i > 0 ? ", " : "") + items[i];
+  return line + "\n";
+}
+
 }  // namespace
 
 EntryRoute routeFor(const std::vector<std::string>& arguments) {
@@ -83,6 +97,7 @@ std::optional<std::string> jsonReport(const ScanResult& result, bool includeHidd
     report["codexAgentCount"] = result.agentPresence.count(AgentKind::codex);
     report["claudeAgentCount"] = result.agentPresence.count(AgentKind::claude);
     report["listeners"] = reportRows(result, includeHidden);
+    report["otherUserListeners"] = result.otherUserListeners;
     return writePrettyJSON(report) + "\n";
   } catch (const nlohmann::json::exception&) {
     return std::nullopt;
@@ -132,6 +147,7 @@ std::string tableReport(const ScanResult& result, bool includeHidden,
   const auto rows = reportRows(result, includeHidden);
   if (rows.empty()) {
     out += "No local listeners.\n";
+    if (includeHidden) out += otherUsersLine(result.otherUserListeners);
     return out;
   }
 
@@ -148,9 +164,9 @@ std::string tableReport(const ScanResult& result, bool includeHidden,
     }
     out += padded(std::to_string(row.port), 7);
     out += padded("TCP", 6);
-    out += padded(process, 22);
+    out += padded(withoutControlCharacters(process), 22);
     out += padded(std::to_string(row.process.identity.pid), 8);
-    out += padded(row.classification.label, 22);
+    out += padded(withoutControlCharacters(row.classification.label), 22);
     out += bindWord(row.bindScope);
     if (row.visibility == VisibilityClass::hiddenSystemBackground) {
       out += " ";
@@ -159,6 +175,7 @@ std::string tableReport(const ScanResult& result, bool includeHidden,
     }
     out += "\n";
   }
+  if (includeHidden) out += otherUsersLine(result.otherUserListeners);
   return out;
 }
 

@@ -20,6 +20,10 @@ std::vector<int32_t> allPIDs();
 // pid it did not see is read now); empty when none or unreadable.
 std::vector<RawListeningSocket> listeningSockets(int32_t pid);
 
+// The listening sockets of the latest allPIDs whose owner is not uid: other users' servers,
+// whose processes cannot be read but whose ports are taken all the same.
+std::vector<OwnedListeningSocket> listeningSocketsNotOwnedBy(uint32_t uid);
+
 // The identity of the incarnation now behind the pid; absent when the pid is gone.
 std::optional<ProcessIdentity> processIdentity(int32_t pid);
 

@@ -73,6 +73,14 @@ struct RawListeningSocket {
   friend bool operator==(const RawListeningSocket&, const RawListeningSocket&) = default;
 };
 
+// A listening socket with the user that owns it (the creator's uid, as the kernel keeps it).
+struct OwnedListeningSocket {
+  RawListeningSocket socket;
+  uint32_t uid = 0;
+
+  friend bool operator==(const OwnedListeningSocket&, const OwnedListeningSocket&) = default;
+};
+
 // The one failure of a scan: the process list came back empty.
 class ScanError : public std::runtime_error {
  public:

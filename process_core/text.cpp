@@ -155,6 +155,25 @@ std::string asciiLowercased(std::string_view text) {
   return result;
 }
 
+std::string withoutControlCharacters(std::string_view utf8) {
+  constexpr std::string_view replacement = "\xEF\xBF\xBD";
+  std::string out;
+  out.reserve(utf8.size());
+  for (size_t i = 0; i < utf8.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(utf8[i]);
+    if (byte < 0x20 || byte == 0x7F) {
+      out += replacement;
+    } else if (byte == 0xC2 && i + 1 < utf8.size() && static_cast<unsigned char>(utf8[i + 1]) >= 0x80 &&
+               static_cast<unsigned char>(utf8[i + 1]) <= 0x9F) {
+      out += replacement;  // U+0080 to U+009F
+      ++i;
+    } else {
+      out.push_back(utf8[i]);
+    }
+  }
+  return out;
+}
+
 std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separator) {
   std::vector<std::string_view> pieces;
   size_t start = 0;

@@ -26,6 +26,10 @@ std::string lowercased(std::string_view utf8);
 // Only A-Z lowered: for the program's own ASCII names and tables.
 std::string asciiLowercased(std::string_view text);
 
+// Each control character (C0, DEL, C1) replaced by U+FFFD, so that a name never moves the
+// cursor, ends a line or starts an escape sequence in a terminal.
+std::string withoutControlCharacters(std::string_view utf8);
+
 // The pieces between separators, empty pieces dropped: "/a//b/" gives "a", "b".
 std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separator);
 

@@ -149,6 +149,14 @@ void from_json(const nlohmann::json& j, FocusTarget& value) {
   j.at("displayName").get_to(value.displayName);
 }
 
+void to_json(nlohmann::json& j, const OtherUserListener& value) {
+  j = nlohmann::json{{"address", value.address},
+                     {"family", value.family},
+                     {"port", value.port},
+                     {"uid", value.uid},
+                     {"userName", value.userName}};
+}
+
 void to_json(nlohmann::json& j, const PortListener& value) {
   j = nlohmann::json::object();
   j["identity"] = value.identity;

@@ -40,6 +40,7 @@ void to_json(nlohmann::json& j, const AgentHost& value);
 void from_json(const nlohmann::json& j, AgentHost& value);
 void to_json(nlohmann::json& j, const FocusTarget& value);
 void from_json(const nlohmann::json& j, FocusTarget& value);
+void to_json(nlohmann::json& j, const OtherUserListener& value);
 void to_json(nlohmann::json& j, const PortListener& value);
 void from_json(const nlohmann::json& j, PortListener& value);
 

@@ -170,11 +170,25 @@ struct AgentProcessPresenceSnapshot {
   friend bool operator==(const AgentProcessPresenceSnapshot&, const AgentProcessPresenceSnapshot&) = default;
 };
 
+// A listening socket of another user: its process cannot be read, so it is no row, but its port
+// is taken all the same ("why is 5432 missing?").
+struct OtherUserListener {
+  int port = 0;
+  AddressFamily family = AddressFamily::ipv4;
+  std::string address;
+  uint32_t uid = 0;
+  std::string userName;  // from the password database, else the uid in decimal
+
+  friend bool operator==(const OtherUserListener&, const OtherUserListener&) = default;
+  friend auto operator<=>(const OtherUserListener&, const OtherUserListener&) = default;
+};
+
 struct ScanResult {
   std::vector<PortListener> listeners;  // engine order, not a display order
   AgentProcessPresenceSnapshot agentPresence;
   Date scannedAt;
   int processCount = 0;
+  std::vector<OtherUserListener> otherUserListeners;  // by port, then address
 
   std::vector<PortListener> visible() const;
   std::vector<PortListener> hidden() const;

@@ -1,6 +1,8 @@
 #include "tidewatch_kit/port_engine.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <tuple>
 #include <map>
 #include <unordered_map>
 #include <unordered_set>
@@ -249,6 +251,25 @@ PortListener buildRow(const CollapsedListener& collapsed, const ListenerEnrichme
   return row;
 }
 
+// Other users' listeners by port, then address; a user's name asked once.
+std::vector<OtherUserListener> otherUserListeners(const PortEngineDependencies& d, uint32_t myUID) {
+  std::map<uint32_t, std::string> names;
+  std::vector<OtherUserListener> listeners;
+  for (auto& owned : d.listeningSocketsNotOwnedBy(myUID)) {
+    auto name = names.find(owned.uid);
+    if (name == names.end()) {
+      name = names.emplace(owned.uid, d.userName(owned.uid).value_or(std::to_string(owned.uid))).first;
+    }
+    listeners.push_back({owned.socket.port, owned.socket.family, std::move(owned.socket.address), owned.uid,
+                         name->second});
+  }
+  std::sort(listeners.begin(), listeners.end(), [](const OtherUserListener& a, const OtherUserListener& b) {
+    return std::tie(a.port, a.address, a.family, a.uid) < std::tie(b.port, b.address, b.family, b.uid);
+  });
+  listeners.erase(std::unique(listeners.begin(), listeners.end()), listeners.end());
+  return listeners;
+}
+
 }  // namespace
 
 PortEngine::PortEngine() : PortEngine(PortEngineDependencies::live()) {}
@@ -310,6 +331,7 @@ ScanResult PortEngine::scan(bool includeArgv) const {
   }
   result.scannedAt = now;
   result.processCount = static_cast<int>(pids.size());
+  result.otherUserListeners = otherUserListeners(d, myUID);
   return result;
 }
 

@@ -24,6 +24,10 @@ struct PortEngineDependencies {
   std::function<uint32_t()> currentUID;
   // This program's pid.
   std::function<int32_t()> currentPID;
+  // The TCP sockets in LISTEN state of the latest allPIDs whose owner is not the uid.
+  std::function<std::vector<OwnedListeningSocket>(uint32_t uid)> listeningSocketsNotOwnedBy;
+  // The user's login name, absent when the password database does not know the uid.
+  std::function<std::optional<std::string>(uint32_t uid)> userName;
   // The process's TCP sockets in LISTEN state, possibly empty.
   std::function<std::vector<RawListeningSocket>(int32_t pid)> listeningSockets;
   // The process if it belongs to uid, with memory and CPU figures.

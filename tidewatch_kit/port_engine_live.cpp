@@ -20,6 +20,16 @@ std::string liveHomeDirectory() {
   return "/";
 }
 
+std::optional<std::string> liveUserName(uint32_t uid) {
+  passwd entry {};
+  passwd* found = nullptr;
+  char buffer[4096];
+  if (::getpwuid_r(uid, &entry, buffer, sizeof buffer, &found) != 0 || found == nullptr || !entry.pw_name) {
+    return std::nullopt;
+  }
+  return std::string(entry.pw_name);
+}
+
 // The operating system's own plumbing, never a server or runtime a developer may have started
 // from a system folder (a Debian PostgreSQL, an interpreter).
 bool isSystemPlumbingBinary(const std::string& path) {
@@ -36,6 +46,8 @@ PortEngineDependencies PortEngineDependencies::live() {
   d.currentUID = [] { return static_cast<uint32_t>(getuid()); };
   d.currentPID = [] { return static_cast<int32_t>(getpid()); };
   d.listeningSockets = [](int32_t pid) { return Libproc::listeningSockets(pid); };
+  d.listeningSocketsNotOwnedBy = [](uint32_t uid) { return Libproc::listeningSocketsNotOwnedBy(uid); };
+  d.userName = [](uint32_t uid) { return liveUserName(uid); };
   d.enrichedSnapshot = [](int32_t pid, uint32_t uid, bool includeArgv) {
     return ProcessReader::enrichedSnapshot(pid, uid, includeArgv);
   };

@@ -28,8 +28,10 @@ std::optional<std::string> seedDirectory(const ProcessSnapshot& owner, const CWD
 std::optional<ListenerProject> resolve(const std::string& seed, const PathExists& directoryExists,
                                        const std::string& homeDirectory) {
   std::string current = standardizePath(seed);
+  // HOME may come as "/home/dev/" or "//home/dev": the boundary is the directory, not its spelling.
+  const std::string home = standardizePath(homeDirectory);
   for (int i = 0; i < maxDirectories; ++i) {
-    if (current == homeDirectory || current == "/") return std::nullopt;
+    if (current == home || current == "/") return std::nullopt;
     for (std::string_view marker : markers) {
       if (directoryExists(appendingPathComponent(current, marker))) {
         return ListenerProject{lastPathComponent(current).value_or(current), current};

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "process_core/tests/support/temporary_directory.h"
+#include "process_core/text.h"
 #include "tidewatch_kit/tests/listener_rows.h"
 
 namespace tidewatch {
@@ -99,11 +101,40 @@ TEST(TableReport, PoolSuffixAgentLineAndEmptyTables) {
   EXPECT_NE(TidewatchCLI::tableReport(onlyHidden, false, fixedTime).find("1 listener (0 system"), std::string::npos);
 }
 
+TEST(TableReport, ControlCharactersNeverReachTheTerminal) {
+  ScanResult result = sampleResult();
+  result.listeners = {result.listeners[2]};
+  // A name can hold anything but "/" and NUL: newline, return, tab, escape, DEL and a C1 code.
+  result.listeners[0].process.executablePath = "/tmp/a\nb\rc\td\x1B[2Je\x7F\xC2\x9B";
+  const std::string table = TidewatchCLI::tableReport(result, false, fixedTime);
+  const std::string r = "\xEF\xBF\xBD";
+  EXPECT_NE(table.find("5173   TCP   a" + r + "b" + r + "c" + r + "d" + r + "[2Je" + r + r + "        4100    Node"),
+            std::string::npos)
+      << table;
+  EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 5) << "one line per row";
+  EXPECT_EQ(withoutControlCharacters("caf\xC3\xA9 \xC2\xA0ok"), "caf\xC3\xA9 \xC2\xA0ok");
+}
+
+TEST(TableReport, OtherUsersListenersFollowTheRowsOfAllOnly) {
+  ScanResult result = sampleResult();
+  result.otherUserListeners = {{5432, AddressFamily::ipv4, "127.0.0.1", 101, "postgres"},
+                               {5432, AddressFamily::ipv6, "::1", 101, "postgres"},
+                               {6379, AddressFamily::ipv4, "0.0.0.0", 0, "root"}};
+  EXPECT_EQ(TidewatchCLI::tableReport(result, false, fixedTime), TidewatchCLI::tableReport(sampleResult(), false, fixedTime));
+  const std::string all = TidewatchCLI::tableReport(result, true, fixedTime);
+  EXPECT_TRUE(all.ends_with("\xC2\xB7sys\n\nHeld by other users: 5432 (postgres), 6379 (root)\n")) << all;
+
+  result.listeners.clear();
+  EXPECT_TRUE(TidewatchCLI::tableReport(result, true, fixedTime)
+                  .ends_with("No local listeners.\n\nHeld by other users: 5432 (postgres), 6379 (root)\n"));
+}
+
 TEST(JSONReport, ByteForByteForm) {
   ScanResult result;
   result.scannedAt = Date(std::chrono::seconds(1795375680));
   result.processCount = 3;
   result.listeners = {Row(77, 8080).path("/srv/app").started(1763830000)};
+  result.otherUserListeners = {{5432, AddressFamily::ipv6, "::", 101, "postgres"}};
   const std::string expected = R"({
   "claudeAgentCount" : 0,
   "codexAgentCount" : 0,
@@ -165,6 +196,15 @@ TEST(JSONReport, ByteForByteForm) {
       "workerPoolSize" : 1
     }
   ],
+  "otherUserListeners" : [
+    {
+      "address" : "::",
+      "family" : "IPv6",
+      "port" : 5432,
+      "uid" : 101,
+      "userName" : "postgres"
+    }
+  ],
   "processCount" : 3,
   "scannedAt" : "2026-11-22T19:28:00Z",
   "visibleCount" : 1
@@ -180,7 +220,8 @@ TEST(JSONReport, AllAppendsHiddenRowsButKeepsTheCounts) {
   ASSERT_EQ(json["listeners"].size(), 3u);
   EXPECT_EQ(json["listeners"][0]["port"], 5173);
   EXPECT_EQ(json["listeners"][2]["port"], 53);
-  EXPECT_EQ(json.size(), 7u);
+  EXPECT_EQ(json["otherUserListeners"], nlohmann::json::array());
+  EXPECT_EQ(json.size(), 8u);
 }
 
 struct Captured {

@@ -83,6 +83,7 @@ struct SocketOwners {
 // The socket table of the latest enumeration, shared by every reader until the next one.
 struct SocketTableState {
   std::mutex mutex;
+  std::shared_ptr<const std::vector<SocketParsers::ListenerRecord>> records;
   std::shared_ptr<const SocketTable> table;
   std::shared_ptr<const SocketOwners> owners;
 };
@@ -92,9 +93,6 @@ SocketTableState& socketTableState() {
   return state;
 }
 
-std::shared_ptr<const SocketTable> takeSocketTable() {
-  return std::make_shared<const SocketTable>(SocketParsers::makeSocketTable(SockDiag::listeners()));
-}
 
 std::vector<RawListeningSocket> socketsOfProcess(int32_t pid, const SocketTable& table);
 
@@ -134,10 +132,12 @@ std::shared_ptr<const SocketOwners> findSocketOwners(const std::vector<int32_t>&
 }
 
 void refreshSocketTable(const std::vector<int32_t>& pids) {
-  auto fresh = takeSocketTable();
+  auto records = std::make_shared<const std::vector<SocketParsers::ListenerRecord>>(SockDiag::listeners());
+  auto fresh = std::make_shared<const SocketTable>(SocketParsers::makeSocketTable(*records));
   auto owners = findSocketOwners(pids, *fresh);
   SocketTableState& state = socketTableState();
   std::lock_guard lock(state.mutex);
+  state.records = std::move(records);
   state.table = std::move(fresh);
   state.owners = std::move(owners);
 }
@@ -155,7 +155,7 @@ std::shared_ptr<const SocketTable> currentSocketTable() {
     if (state.table) return state.table;
   }
   // Asked before any enumeration: take a table now.
-  auto fresh = takeSocketTable();
+  auto fresh = std::make_shared<const SocketTable>(SocketParsers::makeSocketTable(SockDiag::listeners()));
   std::lock_guard lock(state.mutex);
   if (!state.table) state.table = std::move(fresh);
   return state.table;
@@ -345,6 +345,17 @@ std::vector<int32_t> allPIDs() {
   });
   if (!pids.empty()) refreshSocketTable(pids);
   return pids;
+}
+
+std::vector<OwnedListeningSocket> listeningSocketsNotOwnedBy(uint32_t uid) {
+  std::shared_ptr<const std::vector<SocketParsers::ListenerRecord>> records;
+  {
+    SocketTableState& state = socketTableState();
+    std::lock_guard lock(state.mutex);
+    records = state.records;
+  }
+  if (!records) return {};
+  return SocketParsers::socketsNotOwnedBy(*records, uid);
 }
 
 std::vector<RawListeningSocket> listeningSockets(int32_t pid) {

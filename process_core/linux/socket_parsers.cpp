@@ -11,6 +11,7 @@
 #include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <unordered_set>
 
 namespace tidewatch::SocketParsers {
 namespace {
@@ -115,6 +116,7 @@ DecodedDump decodeSockDiagDump(std::span<const uint8_t> bytes) {
         std::memcpy(record.address.data(), id + offsetof(inet_diag_sockid, idiag_src), record.address.size());
         if (record.family == AddressFamily::ipv4) std::fill(record.address.begin() + 4, record.address.end(), 0);
         record.inode = load<uint32_t>(payload + offsetof(inet_diag_msg, idiag_inode));
+        record.uid = load<uint32_t>(payload + offsetof(inet_diag_msg, idiag_uid));
         dump.listeners.push_back(record);
       }
     }
@@ -133,9 +135,11 @@ std::optional<ListenerRecord> parseProcNetTCPRow(std::string_view line, AddressF
   ListenerRecord record;
   record.family = family;
   if (!parseProcNetAddress(tokens[1], family, record)) return std::nullopt;
-  const std::string_view inode = tokens[9];
-  auto [next, error] = std::from_chars(inode.data(), inode.data() + inode.size(), record.inode);
-  if (error != std::errc() || next != inode.data() + inode.size()) return std::nullopt;
+  const auto whole = [](std::string_view token, auto& value) {
+    auto [next, error] = std::from_chars(token.data(), token.data() + token.size(), value);
+    return error == std::errc() && next == token.data() + token.size();
+  };
+  if (!whole(tokens[9], record.inode) || !whole(tokens[7], record.uid)) return std::nullopt;
   return record;
 }
 
@@ -169,6 +173,16 @@ SocketTable makeSocketTable(const std::vector<ListenerRecord>& records) {
     if (record.inode != 0) table.try_emplace(record.inode, present(record));
   }
   return table;
+}
+
+std::vector<OwnedListeningSocket> socketsNotOwnedBy(const std::vector<ListenerRecord>& records, uint32_t uid) {
+  std::vector<OwnedListeningSocket> sockets;
+  std::unordered_set<uint64_t> seen;
+  for (const ListenerRecord& record : records) {
+    if (record.uid == uid || !seen.insert(record.inode).second) continue;
+    sockets.push_back({present(record), record.uid});
+  }
+  return sockets;
 }
 
 }  // namespace tidewatch::SocketParsers

@@ -21,6 +21,7 @@ struct ListenerRecord {
   AddressFamily family = AddressFamily::ipv4;
   uint16_t port = 0;                  // host byte order
   std::array<uint8_t, 16> address{};  // network byte order; an IPv4 address in the first 4 bytes
+  uint32_t uid = 0;                   // the owner
 
   friend bool operator==(const ListenerRecord&, const ListenerRecord&) = default;
 };
@@ -57,5 +58,8 @@ RawListeningSocket present(const ListenerRecord& record);
 // Listening sockets by inode, as one scan sees them.
 using SocketTable = std::unordered_map<uint64_t, RawListeningSocket>;
 SocketTable makeSocketTable(const std::vector<ListenerRecord>& records);
+
+// The listeners whose owner is not uid, in record order, each inode once.
+std::vector<OwnedListeningSocket> socketsNotOwnedBy(const std::vector<ListenerRecord>& records, uint32_t uid);
 
 }  // namespace tidewatch::SocketParsers

@@ -35,6 +35,9 @@ class FakeProcessWorld {
   std::map<int32_t, int> cwdReads;
   int flagCalls = 0;
   std::vector<std::optional<std::string>> flaggedPaths;
+  // Listening sockets of any user by owner, and the password database.
+  std::vector<OwnedListeningSocket> ownedSockets;
+  std::map<uint32_t, std::string> userNames;
 
   // Adds a process of `owner` (default: the scanning user) started at `start` seconds.
   ProcessSnapshot& add(int32_t pid, int32_t parent, std::string path, uint64_t start = 100,
@@ -69,6 +72,17 @@ class FakeProcessWorld {
     };
     d.currentUID = [this] { return uid; };
     d.currentPID = [this] { return selfPID; };
+    d.listeningSocketsNotOwnedBy = [this](uint32_t myUID) {
+      std::vector<OwnedListeningSocket> others;
+      for (const auto& owned : ownedSockets) {
+        if (owned.uid != myUID) others.push_back(owned);
+      }
+      return others;
+    };
+    d.userName = [this](uint32_t owner) -> std::optional<std::string> {
+      auto it = userNames.find(owner);
+      return it == userNames.end() ? std::nullopt : std::optional(it->second);
+    };
     d.listeningSockets = [this](int32_t pid) {
       auto it = processes_.find(pid);
       return it == processes_.end() ? std::vector<RawListeningSocket>{} : it->second.sockets;

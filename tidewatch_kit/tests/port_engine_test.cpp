@@ -221,5 +221,25 @@ TEST(PortEngineLiveChecks, ResolveLiveProcessCarriesTheSystemFlag) {
   EXPECT_EQ(engine.resolveLiveProcess(41).error, 0) << "gone";
 }
 
+TEST(PortEngineTest, OtherUsersListenersAreCarriedByPortThenAddressWithTheirNames) {
+  FakeProcessWorld world;
+  world.add(52, 1, "/opt/app/server");
+  world.listen(52, 3000);
+  world.ownedSockets = {{{5432, AddressFamily::ipv6, "::1"}, 101},
+                        {{5432, AddressFamily::ipv4, "127.0.0.1"}, 101},
+                        {{80, AddressFamily::ipv4, "0.0.0.0"}, 0},
+                        {{3000, AddressFamily::ipv4, "127.0.0.1"}, world.uid},
+                        {{9000, AddressFamily::ipv4, "0.0.0.0"}, 4242}};
+  world.userNames = {{101, "postgres"}, {0, "root"}};
+  const auto result = PortEngine(world.dependencies()).scan(false);
+  EXPECT_EQ(result.otherUserListeners, (std::vector<OtherUserListener>{
+                                           {80, AddressFamily::ipv4, "0.0.0.0", 0, "root"},
+                                           {5432, AddressFamily::ipv4, "127.0.0.1", 101, "postgres"},
+                                           {5432, AddressFamily::ipv6, "::1", 101, "postgres"},
+                                           {9000, AddressFamily::ipv4, "0.0.0.0", 4242, "4242"},
+                                       }));
+  ASSERT_EQ(result.listeners.size(), 1u) << "they never become rows";
+}
+
 }  // namespace
 }  // namespace tidewatch

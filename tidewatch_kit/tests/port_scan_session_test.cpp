@@ -31,7 +31,7 @@ T resultOf(std::future<T>& future) {
 }
 
 ScanResult scanAt(Date at, std::vector<PortListener> listeners = {}) {
-  return ScanResult{std::move(listeners), {}, at, 100};
+  return ScanResult{std::move(listeners), {}, at, 100, {}};
 }
 
 // A scan that answers from a plan (absent: it throws), and that can be held until released. Its

@@ -29,6 +29,10 @@ TEST(ProjectResolverTest, TheWalkStopsAtRootAndAtHome) {
   EXPECT_EQ(ProjectResolver::resolve(withArgv({}), workingDirectory("/"), markers, home), std::nullopt);
   EXPECT_EQ(ProjectResolver::resolve(withArgv({}), workingDirectory(home), markers, home), std::nullopt);
   EXPECT_EQ(ProjectResolver::resolve("/home/me/scratch", markers, home), std::nullopt);
+  // However HOME is spelled.
+  for (const char* spelling : {"/home/me/", "//home/me", "/home//me//"}) {
+    EXPECT_EQ(ProjectResolver::resolve("/home/me/scratch", markers, spelling), std::nullopt) << spelling;
+  }
 }
 
 TEST(ProjectResolverTest, FindsTheNearestMarkerAsFileOrDirectory) {
