@@ -2,7 +2,9 @@
 // (a terminal, an agent, a dev server, a shell), each tree in a process group of its own.
 #pragma once
 
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -62,6 +64,10 @@ class LiveProcessTree : public ::testing::Test {
               bool detached = false) {
     int report[2];
     if (::pipe(report) != 0) return -1;
+    // The user's own group, as a login would give it: the kernel lets a user read another
+    // process's descriptors only when the groups match as well.
+    const passwd* account = uid ? ::getpwuid(*uid) : nullptr;
+    const gid_t gid = account ? account->pw_gid : static_cast<gid_t>(uid.value_or(0));
     const pid_t pid = ::fork();
     if (pid == 0) {
       ::close(report[0]);
@@ -71,7 +77,7 @@ class LiveProcessTree : public ::testing::Test {
       if (::write(report[1], &self, sizeof self) != sizeof self) _exit(6);
       ::close(report[1]);
       if (::chdir(cwd.c_str()) != 0) _exit(3);
-      if (uid && (::setgid(*uid) != 0 || ::setuid(*uid) != 0)) _exit(5);
+      if (uid && (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(*uid) != 0)) _exit(5);
       ::setenv("TW_READY", ready.c_str(), 1);
       std::vector<char*> args;
       for (auto& arg : argv) args.push_back(arg.data());

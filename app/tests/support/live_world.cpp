@@ -7,6 +7,9 @@
 //                                      with PROGRAM each child becomes "PROGRAM hold"
 //   live_world hold                    wait, holding what was inherited
 //   live_world stubborn ADDRESS        listen and ignore SIGTERM
+//   live_world listen-exec ADDRESS PROGRAM ARGS...
+//                                      listen, announce, then become PROGRAM, which inherits
+//                                      the listener (a shell that holds a port)
 // Listeners append "<pid> <port>..." to the file named by TW_READY, then wait to be killed.
 #include <signal.h>
 
@@ -84,6 +87,11 @@ int main(int argc, char** argv) {
     }
     if (argc == 5) announce(ports);
     waitForever();
+  }
+  if (command == "listen-exec" && argc >= 4) {
+    announce({listenOn(argv[2], {})});
+    ::execv(argv[3], argv + 3);
+    fail("execv");
   }
   if (command == "stubborn") {
     ::signal(SIGTERM, SIG_IGN);
