@@ -191,5 +191,35 @@ TEST(LinuxProcessReader, LiveAgentPresenceReadsArgvOnlyWhenTheNamesCannotDecide)
   EXPECT_FALSE(ProcessReader::agentPresenceSnapshot(other.pid(), me).has_value());
 }
 
+TEST(LinuxProcessReader, LiveAProgramStartedThroughASiblingLinkReadsAsStarted) {
+  // Debian's /usr/bin/python3 links to python3.11 beside it; a copy of that pair in a folder of
+  // our own stands in where Debian's is absent.
+  const testing::TemporaryDirectory directory;
+  const std::string file = directory.path() + "/server-1.2", link = directory.path() + "/server";
+  std::filesystem::copy_file("/bin/sleep", file);
+  std::filesystem::create_symlink("server-1.2", link);
+  // A link in another folder is not the file's sibling: the file's own path stands.
+  std::filesystem::create_directory(directory.path() + "/bin");
+  const std::string elsewhere = directory.path() + "/bin/other";
+  std::filesystem::create_symlink(file, elsewhere);
+  for (const auto& [started, expected] : {std::pair{link, link}, std::pair{file, file}, std::pair{elsewhere, file}}) {
+    ForkedChild child([&started = started] {
+      char seconds[] = "60";
+      char* arguments[] = {const_cast<char*>(started.c_str()), seconds, nullptr};
+      ::execv(started.c_str(), arguments);
+      return std::string("exec failed");
+    });
+    ASSERT_EQ(child.report(), "");
+    std::optional<ProcessSnapshot> snapshot;
+    // The child's name is the program's own once exec has happened.
+    for (int tries = 0; tries < 500 && (!snapshot || snapshot->name == "process_core_tests"); ++tries) {
+      snapshot = ProcessReader::detectionSnapshot(child.pid(), ::getuid());
+    }
+    ASSERT_TRUE(snapshot.has_value());
+    EXPECT_EQ(snapshot->executablePath, expected) << started;
+    EXPECT_EQ(Libproc::execPath(child.pid(), snapshot->name), expected) << started;
+  }
+}
+
 }  // namespace
 }  // namespace tidewatch
