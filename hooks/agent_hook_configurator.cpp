@@ -75,37 +75,9 @@ bool isArrayOfObjects(const json& value) {
   return true;
 }
 
-// The deepest nesting of arrays and objects in the bytes, counted outside strings; stops
-// counting once past the limit.
-size_t nestingDepth(std::string_view bytes) {
-  size_t depth = 0, deepest = 0;
-  bool inString = false, escaped = false;
-  for (char c : bytes) {
-    if (inString) {
-      if (escaped) {
-        escaped = false;
-      } else if (c == '\\') {
-        escaped = true;
-      } else if (c == '"') {
-        inString = false;
-      }
-      continue;
-    }
-    if (c == '"') {
-      inString = true;
-    } else if (c == '[' || c == '{') {
-      deepest = std::max(deepest, ++depth);
-      if (deepest > maxNestingDepth) break;
-    } else if ((c == ']' || c == '}') && depth > 0) {
-      --depth;
-    }
-  }
-  return deepest;
-}
-
+// Numbers keep their text, so a value of the user's is written back as it was written.
 std::optional<json> parseObject(std::string_view bytes) {
-  if (nestingDepth(bytes) > maxNestingDepth) return std::nullopt;
-  json root = json::parse(bytes, nullptr, /*allow_exceptions=*/false);
+  json root = parseJSONKeepingNumbers(bytes, maxNestingDepth);
   if (root.is_discarded() || !root.is_object()) return std::nullopt;
   return root;
 }

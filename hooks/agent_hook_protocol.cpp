@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "process_core/pretty_json.h"
+
 namespace tidewatch::AgentHookProtocol {
 namespace {
 
@@ -160,7 +162,7 @@ std::optional<std::string> encode(const Envelope& envelope) {
 
 std::optional<Envelope> decodeEnvelope(std::string_view bytes) {
   if (bytes.size() > maxEnvelopeBytes) return std::nullopt;
-  const json document = json::parse(bytes.begin(), bytes.end(), nullptr, /*allow_exceptions=*/false);
+  const json document = parseJSON(bytes);
   if (!document.is_object()) return std::nullopt;
 
   const json* version = member(document, "v");
@@ -204,14 +206,7 @@ std::optional<Envelope> decodeEnvelope(std::string_view bytes) {
 
 std::optional<AllowlistedProviderFields> decodeProviderFields(std::string_view bytes) {
   ProviderFieldsReader reader;
-  bool parsed = false;
-  try {
-    parsed = json::sax_parse(bytes.begin(), bytes.end(), &reader, json::input_format_t::json,
-                             /*strict=*/true);
-  } catch (const json::exception&) {
-    return std::nullopt;
-  }
-  if (!parsed || !reader.finished()) return std::nullopt;
+  if (!parseJSON(bytes, reader) || !reader.finished()) return std::nullopt;
   return std::move(reader.fields);
 }
 

@@ -73,7 +73,7 @@ DefaultsStore DefaultsStore::standard() {
 nlohmann::json DefaultsStore::load() const {
   auto content = readFile(path_);
   if (!content) return nlohmann::json::object();
-  auto parsed = nlohmann::json::parse(*content, nullptr, false);
+  auto parsed = parseJSON(*content);
   if (parsed.is_discarded() || !parsed.is_object()) return nlohmann::json::object();
   return parsed;
 }

@@ -10,6 +10,7 @@
 
 #include "hooks/agent_hook_protocol.h"
 #include "hooks/agent_hook_relay.h"
+#include "process_core/pretty_json.h"
 
 namespace {
 
@@ -17,7 +18,7 @@ using tidewatch::AgentHookProtocol::AllowlistedProviderFields;
 
 // The same reading through a whole document tree.
 std::optional<AllowlistedProviderFields> decodeByTree(const std::string& bytes) {
-  const auto document = nlohmann::json::parse(bytes, nullptr, /*allow_exceptions=*/false);
+  const auto document = tidewatch::parseJSON(bytes);
   if (!document.is_object()) return std::nullopt;
   AllowlistedProviderFields fields;
   const std::pair<const char*, std::optional<std::string>*> keys[] = {

@@ -10,6 +10,7 @@
 
 #include "hooks/agent_hook_configurator.h"
 #include "hooks/agent_hook_paths.h"
+#include "process_core/pretty_json.h"
 
 namespace {
 
@@ -156,7 +157,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check(fault == Fault::none || fault == Fault::missingFile);
 
   const json before = read.value() ? read.value()->root : json::object();
-  const json after = json::parse(*file.content);
+  // Read as the editor reads, so numbers kept as written compare as the same values.
+  const json after = parseJSONKeepingNumbers(*file.content, maxNestingDepth);
   check(after.is_object());
   // Every key but "hooks" as it was.
   for (const auto& [key, value] : before.items()) {
@@ -197,7 +199,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   json removed = again.value()->root;
   removeTidewatchEntries(removed, owned);
   check(writeAtomically(removed, settingsPath, again.value(), files) == std::nullopt);
-  const json cleaned = json::parse(*file.content);
+  const json cleaned = parseJSONKeepingNumbers(*file.content, maxNestingDepth);
   check(tidewatchEntries(cleaned, owned).empty());
   const json& cleanedHooks = cleaned["hooks"];
   for (const auto& [event, groups] : beforeHooks.items()) {

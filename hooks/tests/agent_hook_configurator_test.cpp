@@ -171,7 +171,8 @@ TEST_F(SettingsFile, InspectTellsInstalledOutdatedNotInstalledAndMalformed) {
   EXPECT_EQ(inspect(path, codexEntries, owned, files).kind, InstallState::Kind::outdated);
 
   for (const std::string& bytes : std::vector<std::string>{"", "[]", "{\"a\":", "{\"hooks\":{}} x",
-                                                           std::string(600, '[') + std::string(600, ']')}) {
+                                                           std::string(600, '[') + std::string(600, ']'),
+                                                           std::string("{\"hooks\":{}}\0", 13)}) {
     put(bytes);
     EXPECT_EQ(inspectClaude(), (InstallState{InstallState::Kind::malformed, {}})) << bytes;
   }
@@ -201,6 +202,9 @@ TEST_F(SettingsFile, EveryRefusalEndsWithNothingWritten) {
       {"unreadable", [&] { put(good); files.readFile = [](const std::string&) { return std::nullopt; }; },
        ConfigError::unwritable("could not read " + path)},
       {"empty", [&] { put(""); }, malformed},
+      // The library's lexer stops at a NUL: all that follows would be lost in the rewrite.
+      {"a NUL between objects", [&] { put(std::string("{\"model\":\"opus\"}\0{\"env\":{\"K\":\"v\"}}", 34)); },
+       malformed},
       {"invalid", [&] { put("{\"hooks\": {"); }, malformed},
       {"not an object", [&] { put("[1]"); }, malformed},
       {"hooks of the wrong type", [&] { put(R"({"hooks": []})"); }, malformed},
@@ -270,6 +274,22 @@ TEST_F(SettingsFile, InstallAndRemoveGiveBackEveryValueOfTheUsersAndKeepModes) {
   ASSERT_EQ(testing::edit(path, std::nullopt, owned, files), std::nullopt);
   EXPECT_EQ(json::parse(readBytes(path)), json::parse(original));
   expectUntouched(readBytes(path));
+}
+
+TEST_F(SettingsFile, NumbersSurviveConnectAndDisconnectByteForByte) {
+  // Written as this program writes, with an empty "hooks" as removal leaves it, so nothing but
+  // the numbers could change.
+  const std::string original =
+      "{\n  \"hooks\" : {},\n  \"numbers\" : [\n    123456789012345678901234567890,\n"
+      "    -98765432109876543210,\n    18446744073709551615,\n    -9223372036854775808,\n    1.50,\n"
+      "    1e5,\n    1E+2,\n    2.5e-3,\n    -0,\n    -0.0,\n    0.1,\n    7\n  ]\n}";
+  put(original);
+  ASSERT_EQ(testing::edit(path, claudeEntries, owned, files), std::nullopt);
+  EXPECT_EQ(inspectClaude().kind, InstallState::Kind::installed);
+  const std::string connected = readBytes(path);
+  EXPECT_THAT(connected, ::testing::HasSubstr(original.substr(original.find("\"numbers\""))));
+  ASSERT_EQ(testing::edit(path, std::nullopt, owned, files), std::nullopt);
+  EXPECT_EQ(readBytes(path), original);
 }
 
 TEST_F(SettingsFile, AWriterBetweenReadAndWriteStopsTheWrite) {

@@ -72,6 +72,10 @@ TEST(AgentHookProtocolTest, DecodeAcceptsOnlyValidEnvelopesOfUpTo4096Bytes) {
       {"[1]", false},
       {"{", false},
       {"", false},
+      // A raw NUL is no JSON, though the library's lexer would stop there as at the end.
+      {*encode(sample()) + std::string(1, '\0'), false},
+      {*encode(sample()) + std::string(1, '\0') + R"({"v":2})", false},
+      {std::string(1, '\0') + *encode(sample()), false},
   };
   for (const auto& [bytes, valid] : cases) {
     EXPECT_EQ(decodeEnvelope(bytes).has_value(), valid) << bytes;
@@ -89,6 +93,12 @@ TEST(AgentHookProtocolTest, ProviderFieldsKeepOnlyTheAllowList) {
                               R"({"notification_type":false})", R"(["session_id"])", R"("text")", R"({"a":1} x)",
                               R"({"a":)", "", R"({"session_id":"a","session_id":{}})"}) {
     EXPECT_FALSE(decodeProviderFields(refused)) << refused;
+  }
+  using namespace std::string_literals;
+  for (const std::string& withNUL : {R"({"session_id":"s","hook_event_name":"Stop"})"s + '\0',
+                                     R"({"session_id":"s"})"s + '\0' + R"({"hook_event_name":"Stop"})",
+                                     "\0"s + R"({"session_id":"s"})"}) {
+    EXPECT_FALSE(decodeProviderFields(withNUL)) << withNUL.size();
   }
   EXPECT_EQ(decodeProviderFields("{}"), AllowlistedProviderFields{});
   EXPECT_EQ(decodeProviderFields(R"({"cwd":5,"cwd":"/w"})")->cwd, "/w");

@@ -39,6 +39,14 @@ TEST(DefaultsStoreFiles, WritesAtomicallyKeepsOtherKeysAndReadsOddValuesAsFalse)
   EXPECT_EQ(store.stringForKey("display.rowDensity"), std::nullopt);
 }
 
+TEST(DefaultsStoreFiles, AFileWithARawNULReadsAsNoSettings) {
+  const testing::TemporaryDirectory directory;
+  DefaultsStore store(directory.path() + "/defaults.json");
+  std::ofstream(store.path(), std::ios::binary) << std::string("{\"a\" : true}\0{\"b\" : true}", 25);
+  EXPECT_FALSE(store.boolForKey("a"));
+  EXPECT_FALSE(store.boolForKey("b"));
+}
+
 TEST(DefaultsStoreFiles, AFailedReplaceLeavesNoTemporaryBehind) {
   // A directory standing where the file should be makes the final rename fail.
   const testing::TemporaryDirectory directory;
