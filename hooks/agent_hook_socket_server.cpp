@@ -1,5 +1,6 @@
 #include "hooks/agent_hook_socket_server.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace tidewatch {
@@ -74,12 +75,20 @@ std::optional<AgentHookSocketServer::StartError> AgentHookSocketServer::startOnQ
     return StartError::socketUnavailable;
   }
   listenFD_ = fd;
-  queue_.watch(fd, [this] { acceptPending(); });
+  // What stop() may remove later: this socket in this directory, nothing put in their place.
+  const auto socketStatus = dependencies_.fileStatus(path);
+  if (socketStatus && socketStatus->type == FileType::socket) {
+    socketFile_ = Identity{socketStatus->device, socketStatus->inode};
+  }
+  nextAcceptRest_ = firstAcceptRest;
+  updateAcceptWatch();
   return std::nullopt;
 }
 
 std::optional<AgentHookSocketServer::StartError> AgentHookSocketServer::prepareRuntimeDirectory() {
   const std::string& directory = paths_.runtimeDirectory;
+  runtimeDirectory_.reset();
+  socketFile_.reset();
   const uint32_t user = dependencies_.effectiveUserID();
   const auto status = dependencies_.fileStatus(directory);
   if (!status) {
@@ -89,13 +98,16 @@ std::optional<AgentHookSocketServer::StartError> AgentHookSocketServer::prepareR
       return StartError::runtimeDirectoryUnavailable;
     }
     (void)dependencies_.changeMode(directory, directoryMode);
+    runtimeDirectory_ = Identity{created->device, created->inode};
     return std::nullopt;
   }
   if (status->type == FileType::symbolicLink) return StartError::runtimeDirectoryIsSymlink;
   if (status->type != FileType::directory) return StartError::runtimeDirectoryUnavailable;
   if (status->owner != user) return StartError::runtimeDirectoryNotOwnedByUser;
-  if (status->permissions == directoryMode) return std::nullopt;
-  if (!dependencies_.changeMode(directory, directoryMode)) return StartError::runtimeDirectoryUnavailable;
+  if (status->permissions != directoryMode && !dependencies_.changeMode(directory, directoryMode)) {
+    return StartError::runtimeDirectoryUnavailable;
+  }
+  runtimeDirectory_ = Identity{status->device, status->inode};
   return std::nullopt;
 }
 
@@ -111,25 +123,52 @@ std::optional<AgentHookSocketServer::StartError> AgentHookSocketServer::removeSt
 }
 
 void AgentHookSocketServer::acceptPending() {
-  for (;;) {
-    const int fd = dependencies_.acceptConnection(listenFD_);
-    if (fd < 0) return;
-    if (connections_.size() >= maxConnections || !dependencies_.validatePeer(fd) ||
-        !dependencies_.setNonBlocking(fd)) {
+  // At the cap the listener is not watched: further peers wait in the listen backlog, and a
+  // relay's connect waits there for room, rather than being accepted only to be closed.
+  while (listenFD_ >= 0 && connections_.size() < maxConnections) {
+    const Accepted accepted = dependencies_.acceptConnection(listenFD_);
+    if (accepted.kind == Accepted::Kind::nonePending) break;
+    if (accepted.kind == Accepted::Kind::outOfResources) {
+      // The listener stays readable, so watching it now would only spin: rest, then try again.
+      restAccepting();
+      return;
+    }
+    nextAcceptRest_ = firstAcceptRest;
+    const int fd = accepted.fd;
+    if (!dependencies_.validatePeer(fd) || !dependencies_.setNonBlocking(fd)) {
       dependencies_.closeDescriptor(fd);  // before a byte is read, and without an answer
       continue;
     }
     const uint64_t serial = ++acceptedConnections_;
-    connections_.emplace(fd, Connection{serial, {}});
+    Connection& connection = connections_.emplace(fd, Connection{serial, {}, {}}).first->second;
     queue_.watch(fd, [this, fd] { readPending(fd); });
     // The check belongs to this connection, not to its descriptor number: relays finish in a
     // millisecond and their numbers come back at once, so a check that went by number alone
-    // would end a newer connection in the middle of its envelope.
-    queue_.after(dependencies_.uptime() + connectionTimeLimit, [this, fd, serial] {
-      const auto connection = connections_.find(fd);
-      if (connection != connections_.end() && connection->second.serial == serial) finishConnection(fd, false);
+    // would end a newer connection in the middle of its envelope. A connection that finishes
+    // first cancels it, so no check outlives its connection.
+    connection.timeLimit = queue_.after(dependencies_.uptime() + connectionTimeLimit, [this, fd, serial] {
+      const auto found = connections_.find(fd);
+      if (found != connections_.end() && found->second.serial == serial) finishConnection(fd, false);
     });
   }
+  updateAcceptWatch();
+}
+
+void AgentHookSocketServer::restAccepting() {
+  acceptRest_ = queue_.after(dependencies_.uptime() + nextAcceptRest_, [this] {
+    acceptRest_.reset();
+    updateAcceptWatch();
+  });
+  nextAcceptRest_ = std::min(nextAcceptRest_ * 2, longestAcceptRest);
+  updateAcceptWatch();
+}
+
+void AgentHookSocketServer::updateAcceptWatch() {
+  const bool wanted = listenFD_ >= 0 && !acceptRest_ && connections_.size() < maxConnections;
+  if (wanted == listenerWatched_) return;
+  if (wanted) queue_.watch(listenFD_, [this] { acceptPending(); });
+  else queue_.unwatch(listenFD_);
+  listenerWatched_ = wanted;
 }
 
 void AgentHookSocketServer::readPending(int fd) {
@@ -155,7 +194,9 @@ void AgentHookSocketServer::finishConnection(int fd, bool deliver) {
   auto node = connections_.extract(fd);
   if (node.empty()) return;
   queue_.unwatch(fd);
+  queue_.cancel(node.mapped().timeLimit);
   dependencies_.closeDescriptor(fd);
+  updateAcceptWatch();
   if (!deliver) return;
   // Oversized, truncated or invalid messages vanish without a trace.
   if (auto envelope = AgentHookProtocol::decodeEnvelope(node.mapped().buffer)) {
@@ -165,10 +206,27 @@ void AgentHookSocketServer::finishConnection(int fd, bool deliver) {
 
 void AgentHookSocketServer::stopOnQueue() {
   const bool wasListening = listenFD_ >= 0;
-  if (wasListening) queue_.unwatch(listenFD_);
-  for (const auto& entry : connections_) queue_.unwatch(entry.first);
+  if (listenerWatched_) queue_.unwatch(listenFD_);
+  listenerWatched_ = false;
+  if (acceptRest_) queue_.cancel(*acceptRest_);
+  acceptRest_.reset();
+  for (const auto& entry : connections_) {
+    queue_.unwatch(entry.first);
+    queue_.cancel(entry.second.timeLimit);
+  }
   closeEverything();
-  if (wasListening) (void)dependencies_.removeFile(paths_.socketPath);
+  // Only the socket this server bound, in the directory it prepared: never a file that someone
+  // put at the path since, nor one behind a directory swapped for a link.
+  if (wasListening && isStillOurs(paths_.runtimeDirectory, FileType::directory, runtimeDirectory_) &&
+      isStillOurs(paths_.socketPath, FileType::socket, socketFile_)) {
+    (void)dependencies_.removeFile(paths_.socketPath);
+  }
+}
+
+bool AgentHookSocketServer::isStillOurs(const std::string& path, FileType type,
+                                        const std::optional<Identity>& identity) const {
+  const auto status = dependencies_.fileStatus(path);
+  return identity && status && status->type == type && Identity{status->device, status->inode} == *identity;
 }
 
 void AgentHookSocketServer::closeEverything() {

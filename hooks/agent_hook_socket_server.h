@@ -26,6 +26,10 @@ class AgentHookSocketServer {
   static constexpr size_t readChunkBytes = 1024;
   static constexpr size_t maxBufferBytes = AgentHookProtocol::maxEnvelopeBytes;
   static constexpr std::chrono::milliseconds connectionTimeLimit{2000};
+  // Out of descriptors, the listener rests this long before it is watched again, doubling up to
+  // the longest rest; an accepted connection resets it.
+  static constexpr std::chrono::milliseconds firstAcceptRest{100};
+  static constexpr std::chrono::milliseconds longestAcceptRest{1000};
   static constexpr uint32_t directoryMode = 0700;
   static constexpr uint32_t socketMode = 0600;
 
@@ -54,6 +58,15 @@ class AgentHookSocketServer {
     Type type = Type::other;
     uint32_t owner = 0;
     uint32_t permissions = 0;  // the nine permission bits
+    uint64_t device = 0;
+    uint64_t inode = 0;
+  };
+
+  // One accept from the non-blocking listener.
+  struct Accepted {
+    enum class Kind { connection, nonePending, outOfResources };
+    Kind kind = Kind::nonePending;
+    int fd = -1;
   };
 
   // One read from a connection.
@@ -84,8 +97,9 @@ class AgentHookSocketServer {
     std::function<bool(int fd, const std::string& path)> bindSocket;
     std::function<bool(int fd, int backlog)> listenSocket;
     std::function<bool(int fd)> setNonBlocking;
-    // The next pending connection of a non-blocking listener, or -1 when none is left.
-    std::function<int(int listenFD)> acceptConnection;
+    // The next pending connection of a non-blocking listener; outOfResources for a failure that
+    // a retry at once would only repeat (no descriptor or memory left).
+    std::function<Accepted(int listenFD)> acceptConnection;
     std::function<Received(int fd, char* buffer, size_t length)> receive;
     std::function<void(int fd)> closeDescriptor;
 
@@ -116,7 +130,15 @@ class AgentHookSocketServer {
  private:
   struct Connection {
     uint64_t serial = 0;  // tells this connection from a later one on the same descriptor
+    internal::SerialEventLoop::Timer timeLimit;
     std::string buffer;
+  };
+
+  // Where a file stands, to tell it later from one put in its place.
+  struct Identity {
+    uint64_t device = 0;
+    uint64_t inode = 0;
+    friend bool operator==(const Identity&, const Identity&) = default;
   };
 
   std::optional<StartError> startOnQueue();
@@ -125,6 +147,9 @@ class AgentHookSocketServer {
   void acceptPending();
   void readPending(int fd);
   void finishConnection(int fd, bool deliver);
+  void restAccepting();
+  void updateAcceptWatch();
+  bool isStillOurs(const std::string& path, FileStatus::Type type, const std::optional<Identity>& identity) const;
   void stopOnQueue();
   void closeEverything();
 
@@ -132,6 +157,11 @@ class AgentHookSocketServer {
   const Dependencies dependencies_;
   const OnEnvelope onEnvelope_;
   int listenFD_ = -1;
+  bool listenerWatched_ = false;
+  std::optional<internal::SerialEventLoop::Timer> acceptRest_;  // while the listener rests
+  std::chrono::milliseconds nextAcceptRest_ = firstAcceptRest;
+  std::optional<Identity> runtimeDirectory_;  // as prepared by the last start
+  std::optional<Identity> socketFile_;        // as bound by the last start
   std::map<int, Connection> connections_;
   uint64_t acceptedConnections_ = 0;
   // Declared last: destroyed first, so no handler runs on a half-destroyed server.

@@ -4,7 +4,14 @@
 //       Counts what was sent, accepted, admitted and delivered, and the process's memory.
 //   hook_server_burst serve <home>
 //       Listens at the standard path for that home until SIGINT or SIGTERM (for timing runs).
+//   hook_server_burst churn [connections]
+//       Memory before and after that many connections (default 100,000) from in-process clients.
+//   hook_server_burst fdlimit [seconds]
+//       The server with no descriptor left under RLIMIT_NOFILE 12 while a client process keeps
+//       connecting: its CPU time over that many seconds (default 3), then whether it delivers
+//       once descriptors are free again.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -23,6 +30,7 @@
 #include <vector>
 
 #include "hooks/agent_hook_paths.h"
+#include "hooks/agent_hook_relay.h"
 #include "hooks/agent_hook_socket_server.h"
 
 extern char** environ;
@@ -108,9 +116,9 @@ int burst(const std::string& executable, int senders, int relaysPerSender) {
   std::set<std::string> sessions;
   auto dependencies = AgentHookSocketServer::Dependencies::live();
   dependencies.acceptConnection = [&, live = dependencies.acceptConnection](int listenFD) {
-    const int fd = live(listenFD);
-    if (fd >= 0) ++accepted;
-    return fd;
+    const auto result = live(listenFD);
+    if (result.fd >= 0) ++accepted;
+    return result;
   };
   // Asked only of connections under the cap.
   dependencies.validatePeer = [&, live = dependencies.validatePeer](int fd) {
@@ -150,7 +158,7 @@ int burst(const std::string& executable, int senders, int relaysPerSender) {
   std::printf("relay exits: %ld quiet (status 0), %ld other\n", quietExits.load(), otherExits.load());
   std::printf("sent %ld, accepted %ld, admitted %ld, delivered %ld (%zu distinct sessions)\n", sent, accepted.load(),
               admitted.load(), delivered.load(), sessions.size());
-  std::printf("closed at the cap %ld, refused at connect (full backlog) %ld\n", accepted.load() - admitted.load(),
+  std::printf("refused by the peer check %ld, lost at connect %ld\n", accepted.load() - admitted.load(),
               sent - accepted.load());
   std::printf("memory: VmRSS %ld kB before, %ld kB after, VmHWM %ld kB\n", rssBefore, statusKilobytes("VmRSS"),
               statusKilobytes("VmHWM"));
@@ -160,17 +168,109 @@ int burst(const std::string& executable, int senders, int relaysPerSender) {
   return allAdmittedDelivered && otherExits.load() == 0 ? 0 : 1;
 }
 
+std::string envelopeBytes(const std::string& session) {
+  return *tidewatch::AgentHookProtocol::encode(
+      {1, tidewatch::AgentKind::claude, tidewatch::AgentHookProtocol::EventKind::turnEnded, session, std::nullopt, 1});
+}
+
+double cpuSeconds() {
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+int churn(long connections) {
+  char pattern[] = "/tmp/twchurn-XXXXXX";
+  const std::string home = ::mkdtemp(pattern);
+  const AgentHookPaths paths = pathsForHome(home);
+  std::atomic<long> delivered{0};
+  AgentHookSocketServer server(paths, AgentHookSocketServer::Dependencies::live(), [&](const auto&, auto) { ++delivered; });
+  if (server.start()) return 1;
+  const std::string bytes = envelopeBytes("churn");
+  const auto run = [&](long count) {
+    std::vector<std::thread> clients;
+    for (int t = 0; t < 4; ++t) {
+      clients.emplace_back([&] {
+        for (long i = 0; i < count / 4; ++i) (void)tidewatch::AgentHookRelay::send(bytes, paths.socketPath, 0.5);
+      });
+    }
+    for (auto& client : clients) client.join();
+  };
+  run(2000);  // the allocator's and the threads' own first costs
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  const long before = statusKilobytes("VmRSS");
+  const long deliveredBefore = delivered.load();
+  const auto begin = std::chrono::steady_clock::now();
+  run(connections);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  for (int i = 0; i < 200 && server.connectionCount() > 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  const long after = statusKilobytes("VmRSS");
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // past every connection's time limit
+  const long later = statusKilobytes("VmRSS");
+  server.stop();
+  std::printf("%ld connections in %.2f s, %ld delivered\n", connections, seconds, delivered.load() - deliveredBefore);
+  std::printf("memory: VmRSS %ld kB before, %ld kB right after, %ld kB 2.5 s later\n", before, after, later);
+  std::filesystem::remove_all(home);
+  return 0;
+}
+
+int fdlimit(int seconds) {
+  char pattern[] = "/tmp/twfdlimit-XXXXXX";
+  const std::string home = ::mkdtemp(pattern);
+  const AgentHookPaths paths = pathsForHome(home);
+  std::atomic<long> delivered{0};
+  AgentHookSocketServer server(paths, AgentHookSocketServer::Dependencies::live(), [&](const auto&, auto) { ++delivered; });
+  if (server.start()) return 1;
+
+  // A client process of its own, so its descriptors do not count against the server's limit.
+  const pid_t client = ::fork();
+  if (client == 0) {
+    const std::string bytes = envelopeBytes("fdlimit");
+    for (;;) (void)tidewatch::AgentHookRelay::send(bytes, paths.socketPath, 0.5);
+  }
+  const rlimit limit{12, 12};
+  if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return 1;
+  std::vector<int> filler;
+  for (int fd; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) filler.push_back(fd);
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  const long deliveredStarved = delivered.load();
+  const double cpuBefore = cpuSeconds();
+  const auto begin = std::chrono::steady_clock::now();
+  std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  const double cpu = cpuSeconds() - cpuBefore;
+  const long deliveredWhileStarved = delivered.load() - deliveredStarved;
+
+  for (int fd : filler) ::close(fd);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // the longest rest, then some
+  const long deliveredAfter = delivered.load() - deliveredStarved - deliveredWhileStarved;
+  ::kill(client, SIGKILL);
+  ::waitpid(client, nullptr, 0);
+  server.stop();
+  std::printf("RLIMIT_NOFILE 12, %zu spare descriptors taken; a client process connecting all along\n", filler.size());
+  std::printf("starved for %.2f s: server process CPU %.3f s (%.2f%% of one core), %ld delivered\n", wall, cpu,
+              100.0 * cpu / wall, deliveredWhileStarved);
+  std::printf("descriptors freed: %ld delivered in the next 1.5 s\n", deliveredAfter);
+  std::filesystem::remove_all(home);
+  return deliveredAfter > 0 && deliveredWhileStarved == 0 ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   if (arguments.size() >= 2 && arguments[0] == "serve") return serve(arguments[1]);
+  if (!arguments.empty() && arguments[0] == "churn") return churn(arguments.size() > 1 ? std::atol(arguments[1].c_str()) : 100000);
+  if (!arguments.empty() && arguments[0] == "fdlimit") return fdlimit(arguments.size() > 1 ? std::atoi(arguments[1].c_str()) : 3);
   if (arguments.size() >= 2 && arguments[0] == "burst") {
     const int senders = arguments.size() > 2 ? std::atoi(arguments[2].c_str()) : 4;
     const int relays = arguments.size() > 3 ? std::atoi(arguments[3].c_str()) : 750;
     return burst(arguments[1], senders > 0 ? senders : 4, relays > 0 ? relays : 750);
   }
   std::fprintf(stderr, "usage: hook_server_burst burst <tidewatch> [senders] [relays-per-sender]\n"
-                       "       hook_server_burst serve <home>\n");
+                       "       hook_server_burst serve <home>\n"
+                       "       hook_server_burst churn [connections]\n"
+                       "       hook_server_burst fdlimit [seconds]\n");
   return 2;
 }

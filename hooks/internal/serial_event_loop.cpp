@@ -83,9 +83,13 @@ void SerialEventLoop::watch(int fd, std::function<void()> onReadable) { watched_
 
 void SerialEventLoop::unwatch(int fd) { watched_.erase(fd); }
 
-void SerialEventLoop::after(TimePoint deadline, std::function<void()> work) {
-  deadlines_.emplace(deadline, std::move(work));
+SerialEventLoop::Timer SerialEventLoop::after(TimePoint deadline, std::function<void()> work) {
+  const Timer timer{deadline, ++timersScheduled_};
+  deadlines_.emplace(timer, std::move(work));
+  return timer;
 }
+
+void SerialEventLoop::cancel(const Timer& timer) { deadlines_.erase(timer); }
 
 void SerialEventLoop::wake() {
   const char byte = 1;
@@ -94,7 +98,7 @@ void SerialEventLoop::wake() {
 
 int SerialEventLoop::pollTimeoutMilliseconds() const {
   if (deadlines_.empty()) return -1;
-  const auto remaining = deadlines_.begin()->first - clock_();
+  const auto remaining = deadlines_.begin()->first.deadline - clock_();
   if (remaining <= TimePoint::duration::zero()) return 0;
   const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(remaining).count();
   return milliseconds > INT_MAX ? INT_MAX : static_cast<int>(milliseconds);
@@ -102,7 +106,7 @@ int SerialEventLoop::pollTimeoutMilliseconds() const {
 
 void SerialEventLoop::runDueDeadlines() {
   const TimePoint now = clock_();
-  while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+  while (!deadlines_.empty() && deadlines_.begin()->first.deadline <= now) {
     auto node = deadlines_.extract(deadlines_.begin());
     node.mapped()();
   }

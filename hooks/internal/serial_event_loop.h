@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <compare>
+#include <cstdint>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -19,6 +21,12 @@ class SerialEventLoop {
   using TimePoint = std::chrono::steady_clock::time_point;
   // Deadlines are judged by this clock, so tests can move time on and then call sync().
   using Clock = std::function<TimePoint()>;
+  // Names one scheduled piece of work, so it can be cancelled.
+  struct Timer {
+    TimePoint deadline;
+    uint64_t serial = 0;
+    friend auto operator<=>(const Timer&, const Timer&) = default;
+  };
 
   explicit SerialEventLoop(Clock clock);
   ~SerialEventLoop();  // end()s
@@ -36,7 +44,9 @@ class SerialEventLoop {
   // On the loop's thread only.
   void watch(int fd, std::function<void()> onReadable);
   void unwatch(int fd);
-  void after(TimePoint deadline, std::function<void()> work);
+  Timer after(TimePoint deadline, std::function<void()> work);
+  // Drops work not yet run; a timer that ran or was cancelled is ignored.
+  void cancel(const Timer& timer);
 
  private:
   struct Request {
@@ -52,7 +62,8 @@ class SerialEventLoop {
 
   Clock clock_;
   std::map<int, std::function<void()>> watched_;
-  std::multimap<TimePoint, std::function<void()>> deadlines_;
+  std::map<Timer, std::function<void()>> deadlines_;  // by deadline, then in order of scheduling
+  uint64_t timersScheduled_ = 0;
 
   // Shared with calling threads, under mutex_.
   std::mutex mutex_;

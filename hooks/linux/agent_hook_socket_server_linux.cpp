@@ -15,6 +15,7 @@ namespace live {
 
 using FileStatus = AgentHookSocketServer::FileStatus;
 using Received = AgentHookSocketServer::Received;
+using Accepted = AgentHookSocketServer::Accepted;
 
 bool validatePeer(int fd) {
   ucred credentials{};
@@ -35,6 +36,8 @@ std::optional<FileStatus> fileStatus(const std::string& path) {
   else if (S_ISREG(status.st_mode)) result.type = FileStatus::Type::regularFile;
   result.owner = status.st_uid;
   result.permissions = status.st_mode & 0777;
+  result.device = status.st_dev;
+  result.inode = status.st_ino;
   return result;
 }
 
@@ -68,11 +71,26 @@ bool setNonBlocking(int fd) {
   return flags >= 0 && ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
 }
 
-int acceptConnection(int listenFD) {
+Accepted acceptConnection(int listenFD) {
   for (;;) {
     const int fd = ::accept4(listenFD, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0 && errno == EINTR) continue;
-    return fd;
+    if (fd >= 0) return Accepted{Accepted::Kind::connection, fd};
+    switch (errno) {
+      case EAGAIN:
+#if EWOULDBLOCK != EAGAIN
+      case EWOULDBLOCK:
+#endif
+        return Accepted{Accepted::Kind::nonePending, -1};
+      // A peer that gave up while queued, or a signal: the next one may be fine.
+      case EINTR:
+      case ECONNABORTED:
+      case EPROTO:
+      case EPERM:
+        continue;
+      // EMFILE, ENFILE, ENOBUFS, ENOMEM, and anything unforeseen: a retry at once would fail alike.
+      default:
+        return Accepted{Accepted::Kind::outOfResources, -1};
+    }
   }
 }
 

@@ -132,9 +132,13 @@ class LiveServer : public ::testing::Test {
       return live(fd, buffer, length);
     };
     dependencies.acceptConnection = [this, live = dependencies.acceptConnection](int listenFD) {
-      const int fd = live(listenFD);
-      if (fd >= 0) acceptedFDs_.push_back(fd);  // on the server's thread; read after a sync
-      return fd;
+      if (outOfDescriptors_) {
+        ++refusedAccepts_;
+        return Server::Accepted{Server::Accepted::Kind::outOfResources, -1};
+      }
+      const auto accepted = live(listenFD);
+      if (accepted.fd >= 0) acceptedFDs_.push_back(accepted.fd);  // on the server's thread; read after a sync
+      return accepted;
     };
     server_ = std::make_unique<Server>(paths_, dependencies, deliveries_.handler());
     ASSERT_EQ(server_->start(), std::nullopt);
@@ -161,6 +165,8 @@ class LiveServer : public ::testing::Test {
   const AgentHookPaths paths_ = AgentHookPaths::inRuntimeDirectory(scratch_.path() + "/state/rt");
   std::atomic<int64_t> clock_{1'000'000};
   std::atomic<int> reads_{0};
+  std::atomic<bool> outOfDescriptors_{false};
+  std::atomic<int> refusedAccepts_{0};
   std::vector<int> acceptedFDs_;
   testing::Deliveries deliveries_;
   std::unique_ptr<Server> server_;
@@ -186,14 +192,77 @@ TEST_F(LiveServer, DeliversAtEndOfStreamAndCleansUp) {
   EXPECT_TRUE(server_->isListening());
 }
 
-TEST_F(LiveServer, HoldsSixteenConnectionsAndClosesTheSeventeenth) {
+TEST_F(LiveServer, HoldsSixteenConnectionsAndLetsTheSeventeenthWaitInTheBacklog) {
   std::vector<int> clients;
   for (int i = 0; i < 17; ++i) clients.push_back(testing::connectClient(paths_.socketPath));
-  EXPECT_TRUE(testing::closedByServer(clients.back()));
-  EXPECT_EQ(server_->connectionCount(), 16u);
-  for (int i = 0; i < 16; ++i) send(clients[i], bytes_);
-  EXPECT_EQ(deliveries_.waitFor(16).size(), 16u);
+  ASSERT_TRUE(testing::eventually([&] { return server_->connectionCount() == 16; }));
+  server_->sync([&] { EXPECT_EQ(acceptedFDs_.size(), 16u); });
+  EXPECT_TRUE(testing::stillOpen(clients.back()));
+  for (int fd : clients) send(fd, bytes_);  // as the first ones finish, the last is taken in
+  EXPECT_EQ(deliveries_.waitFor(17).size(), 17u);
   for (int fd : clients) ::close(fd);
+}
+
+TEST_F(LiveServer, OutOfDescriptorsTheListenerRestsLongerEachTimeThenDelivers) {
+  outOfDescriptors_ = true;
+  const int waiting = client(bytes_);
+  ASSERT_TRUE(testing::eventually([&] { return refusedAccepts_ == 1; }));
+  // Rests of 100, 200, 400, 800 ms, then 1 s at most; no accept in between.
+  int refused = 1;
+  for (int64_t rest : {100, 200, 400, 800, 1000, 1000}) {
+    advance(rest - 1);
+    EXPECT_EQ(refusedAccepts_, refused) << rest;
+    advance(1);
+    ASSERT_TRUE(testing::eventually([&] { return refusedAccepts_ == refused + 1; })) << rest;
+    ++refused;
+  }
+  outOfDescriptors_ = false;
+  advance(1000);
+  EXPECT_EQ(deliveries_.waitFor(1).size(), 1u);
+  ::close(waiting);
+
+  // An accepted connection starts the rests over.
+  outOfDescriptors_ = true;
+  const int next = client(bytes_);
+  ASSERT_TRUE(testing::eventually([&] { return refusedAccepts_ == refused + 1; }));
+  advance(100);
+  EXPECT_TRUE(testing::eventually([&] { return refusedAccepts_ == refused + 2; }));
+  outOfDescriptors_ = false;
+  advance(200);
+  EXPECT_EQ(deliveries_.waitFor(2).size(), 2u);
+  ::close(next);
+}
+
+TEST_F(LiveServer, StopRemovesOnlyTheSocketItMade) {
+  const std::string moved = paths_.runtimeDirectory + "-moved";
+  struct Case {
+    const char* name;
+    std::function<void()> swap;
+    std::string survivor;  // what must still be there after stop()
+  };
+  const std::vector<Case> cases = {
+      {"a regular file in the socket's place",
+       [&] {
+         std::filesystem::remove(paths_.socketPath);
+         testing::writeBytes(paths_.socketPath, "not ours");
+       },
+       paths_.socketPath},
+      {"the runtime directory swapped for a link to one holding the socket",
+       [&] {
+         std::filesystem::rename(paths_.runtimeDirectory, moved);
+         std::filesystem::create_directory_symlink(moved, paths_.runtimeDirectory);
+       },
+       moved + "/agent-events.sock"},
+  };
+  for (const auto& c : cases) {
+    std::filesystem::remove_all(moved);
+    std::filesystem::remove_all(paths_.runtimeDirectory);
+    server_->stop();
+    ASSERT_EQ(server_->start(), std::nullopt) << c.name;
+    c.swap();
+    server_->stop();
+    EXPECT_TRUE(std::filesystem::exists(std::filesystem::symlink_status(c.survivor))) << c.name;
+  }
 }
 
 TEST_F(LiveServer, EndsOversizedAndSilentPeersWithoutDelivery) {
