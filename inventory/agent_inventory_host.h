@@ -1,0 +1,77 @@
+// The agent inventory with its hook transport, owned as one object and free of any toolkit: the
+// hook socket server, the provider connections and the coordinator, wired as the application
+// wires them. The application owns one; a command-line host or a test can own one just as well.
+//
+// An envelope's origin is worked out on the server's thread, where it arrives; only then does it
+// hop to the main executor, which checks that its provider is connected, records it with the
+// connection store and hands it to the inventory.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "hooks/agent_hook_socket_server.h"
+#include "hooks/agent_provider_connection_store.h"
+#include "inventory/agent_inventory_coordinator.h"
+#include "process_core/main_executor.h"
+
+namespace tidewatch {
+
+class AgentInventoryHost {
+ public:
+  struct Parts {
+    std::shared_ptr<MainExecutor> executor;
+    AgentHookPaths paths;
+    AgentHookSocketServer::Dependencies server;
+    AgentProviderConnectionStore::Environment connections;
+    AgentInventoryCoordinator::Dependencies inventory;
+    // Where an event with this parent pid came from; on the server's thread.
+    std::function<AgentInventoryCoordinator::HookOrigin(int32_t parentPID)> hookOrigin;
+
+    // This machine's: the user's runtime directory, settings files and process table.
+    static Parts live(std::shared_ptr<MainExecutor> executor);
+  };
+
+  explicit AgentInventoryHost(Parts parts);
+  // Stops the server (its socket removed) and voids the inventory's queued work.
+  ~AgentInventoryHost();
+  AgentInventoryHost(const AgentInventoryHost&) = delete;
+  AgentInventoryHost& operator=(const AgentInventoryHost&) = delete;
+
+  // On the main thread. Runs the hook server exactly while a provider is connected; the reason
+  // when it could not start (also handed to the connection store as its receiver failure).
+  std::optional<AgentHookSocketServer::StartFailure> syncHookServer();
+  bool isReceivingHooks();
+  void stop();
+
+  void applyScan(const ScanResult& result) { inventory_.applyScan(result); }
+  void applyScanFailure() { inventory_.applyScanFailure(); }
+  void applyTrackingUpdate(const AgentTrackingUpdateFacts& facts) { inventory_.applyTrackingUpdate(facts); }
+
+  AgentProviderConnectionStore& connections() { return connections_; }
+  AgentInventoryCoordinator& inventory() { return inventory_; }
+  const AgentHookPaths& paths() const { return server_.paths(); }
+
+  // On the main thread, after every publication.
+  std::function<void(const AgentInventorySnapshot& snapshot)> onSnapshot;
+  std::function<void(const std::vector<AgentCompletionEdge>& edges)> onCompletionEdges;
+
+ private:
+  void route(const AgentHookProtocol::Envelope& envelope, const AgentInventoryCoordinator::HookOrigin& origin,
+             Date at);
+  void connectionsChanged();
+
+  std::shared_ptr<MainExecutor> executor_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  AgentProviderConnectionStore connections_;
+  AgentInventoryCoordinator inventory_;
+  std::set<AgentKind> configured_;
+  // Last: destroyed first, so no envelope arrives for a half-destroyed host.
+  AgentHookSocketServer server_;
+};
+
+}  // namespace tidewatch
