@@ -84,6 +84,13 @@ bool DefaultsStore::boolForKey(const std::string& key) const {
   return it != object.end() && it->is_boolean() && it->get<bool>();
 }
 
+std::optional<nlohmann::json> DefaultsStore::valueForKey(const std::string& key) const {
+  const auto object = load();
+  auto it = object.find(key);
+  if (it == object.end()) return std::nullopt;
+  return *it;
+}
+
 std::optional<std::string> DefaultsStore::stringForKey(const std::string& key) const {
   const auto object = load();
   auto it = object.find(key);

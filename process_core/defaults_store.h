@@ -24,6 +24,9 @@ class DefaultsStore {
   // An absent file, an unreadable or malformed one, an absent key or a non-boolean reads false.
   bool boolForKey(const std::string& key) const;
   std::optional<std::string> stringForKey(const std::string& key) const;
+  // Whatever is stored under the key; absent for an absent key or an unreadable file. Lets a
+  // boolean whose default is true tell absent from false.
+  std::optional<nlohmann::json> valueForKey(const std::string& key) const;
 
   // Writes one key through an atomic replace of the whole file; false when that failed, and
   // then the file is as it was.

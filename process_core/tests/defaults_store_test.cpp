@@ -28,6 +28,8 @@ TEST(DefaultsStoreFiles, WritesAtomicallyKeepsOtherKeysAndReadsOddValuesAsFalse)
   EXPECT_TRUE(store.boolForKey("tidewatchOnboardingComplete"));
   EXPECT_FALSE(store.boolForKey("launchAtLoginOfferCompleted")) << "a string is not a boolean";
   EXPECT_EQ(store.stringForKey("display.rowDensity"), "compact");
+  EXPECT_EQ(store.valueForKey("launchAtLoginOfferCompleted"), nlohmann::json("yes"));
+  EXPECT_EQ(store.valueForKey("display.showPort"), std::nullopt) << "absent, not false";
   std::ifstream file(store.path());
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}),
             "{\n  \"display.rowDensity\" : \"compact\",\n  \"launchAtLoginOfferCompleted\" : \"yes\",\n"
