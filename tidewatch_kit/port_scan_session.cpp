@@ -1,10 +1,9 @@
 #include "tidewatch_kit/port_scan_session.h"
 
 #include <algorithm>
-#include <mutex>
 
-#include "process_core/one_shot.h"
 #include "process_core/power_profile.h"
+#include "process_core/pulled_stream.h"
 
 namespace tidewatch {
 
@@ -29,14 +28,13 @@ ListenerActivityFold::Step ListenerActivityFold::step(const ScanResult& result, 
 }
 
 // What the consumer and every poker share. The wait holds the flags that pokes and cancellation
-// touch; `iteratorMade` has its own lock.
+// touch.
 struct PortScanSession::Shared {
   Dependencies dependencies;
   std::optional<DefaultFilterSetting> setting;
   std::optional<FilterCategory> lastUsed;
   PokeableWait wait;
-  std::mutex iteratorLock;
-  bool iteratorMade = false;
+  SingleIteratorGate iterators;
 
   std::optional<ScanFrame::Trigger> awaitNextTrigger(bool isFirst, std::stop_token stop) {
     if (!wait.begin()) return std::nullopt;
@@ -64,16 +62,16 @@ struct PortScanSession::Shared {
       wait.close();
       return std::nullopt;
     }
-    auto handOver = std::make_shared<OneShot<ScanFrame::Payload>>();
-    startDetached([scan = dependencies.scan, handOver] {
-      try {
-        handOver->resume(scan());
-      } catch (...) {
-        handOver->resume(ScanError(ScanError::Code::enumerationUnavailable));
-      }
-    });
-    auto payload = handOver->value(stop);
-    if (!payload || stop.stop_requested()) {  // a value that came too late is dropped
+    auto payload = awaitDetached<ScanFrame::Payload>(
+        [scan = dependencies.scan]() -> ScanFrame::Payload {
+          try {
+            return scan();
+          } catch (...) {
+            return ScanError(ScanError::Code::enumerationUnavailable);
+          }
+        },
+        stop);
+    if (!payload) {
       wait.close();
       return std::nullopt;
     }
@@ -81,19 +79,17 @@ struct PortScanSession::Shared {
   }
 };
 
-// One pull at a time; the fields below `lock_` belong to the pull in flight.
+// One pull at a time; the fields below `turns_` belong to the pull in flight.
 class PortScanSession::Driver {
  public:
   explicit Driver(std::shared_ptr<Shared> session) : session_(std::move(session)) {}
 
   std::optional<ScanFrame> next(std::stop_token stop) {
-    {
-      std::lock_guard lock(lock_);
-      if (terminated_ || nextInFlight_) return std::nullopt;
-      nextInFlight_ = true;
-    }
-    Pull pull{*this};
+    return turns_.run([&] { return pull(stop); });
+  }
 
+ private:
+  std::optional<ScanFrame> pull(const std::stop_token& stop) {
     const auto trigger = session_->awaitNextTrigger(isFirst_, stop);
     if (!trigger) return std::nullopt;
     isFirst_ = false;
@@ -116,26 +112,11 @@ class PortScanSession::Driver {
       }
     }
     // A failed frame keeps the samples and the starting filter armed for the next good one.
-    pull.delivered = true;
     return frame;
   }
 
- private:
-  // Ends the pull in flight; unless it delivered a frame, the stream is over.
-  struct Pull {
-    Driver& driver;
-    bool delivered = false;
-    ~Pull() {
-      std::lock_guard lock(driver.lock_);
-      if (!delivered) driver.terminated_ = true;
-      driver.nextInFlight_ = false;
-    }
-  };
-
   std::shared_ptr<Shared> session_;
-  std::mutex lock_;
-  bool nextInFlight_ = false;
-  bool terminated_ = false;
+  PullTurns turns_;
   bool isFirst_ = true;
   ActivitySamples previousSamples_;
   bool startingFilterArmed_ = true;
@@ -168,11 +149,7 @@ PortScanSession::~PortScanSession() = default;
 
 PortScanSession::AsyncIterator PortScanSession::makeAsyncIterator() {
   AsyncIterator iterator;
-  std::lock_guard lock(shared_->iteratorLock);
-  if (!shared_->iteratorMade) {
-    shared_->iteratorMade = true;
-    iterator.driver_ = std::make_shared<Driver>(shared_);
-  }
+  if (shared_->iterators.claim()) iterator.driver_ = std::make_shared<Driver>(shared_);
   return iterator;
 }
 
