@@ -16,6 +16,10 @@ namespace tidewatch::Libproc {
 // fresh table of listening TCP sockets for the listeningSockets calls that follow.
 std::vector<int32_t> allPIDs();
 
+// Every process now, as allPIDs, but without taking the socket table: for the readers that ask
+// nothing of listening sockets, which would otherwise pay a walk of every open descriptor.
+std::vector<int32_t> processIDs();
+
 // The process's TCP sockets in LISTEN state, in descriptor order, as of the latest allPIDs (a
 // pid it did not see is read now); empty when none or unreadable.
 std::vector<RawListeningSocket> listeningSockets(int32_t pid);
@@ -46,6 +50,11 @@ std::optional<ProcessSnapshot> enrichedSnapshot(int32_t pid, uint32_t myUID, boo
 
 // The process of any user, with argv, for walking ancestors.
 std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid, uint32_t myUID);
+
+// The process of any user as far as agent detection reads it: detectionSnapshot without the
+// argv that detection never looks at, so argv only for the user's own processes whose names
+// alone cannot decide.
+std::optional<ProcessSnapshot> agentDetectionSnapshot(int32_t pid, uint32_t myUID);
 
 // The process only if it belongs to myUID and its names make it a candidate agent; argv is read
 // only when the names alone cannot decide.

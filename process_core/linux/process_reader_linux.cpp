@@ -335,7 +335,7 @@ std::optional<ProcessSnapshot> anyUsersSnapshot(int32_t pid, uint32_t myUID, boo
 
 namespace Libproc {
 
-std::vector<int32_t> allPIDs() {
+std::vector<int32_t> processIDs() {
   std::vector<int32_t> pids;
   FileDescriptor proc(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!proc.valid()) return pids;
@@ -343,6 +343,11 @@ std::vector<int32_t> allPIDs() {
   forEachDirectoryEntry(proc.get(), [&](std::string_view name) {
     if (auto pid = ProcParsers::parsePID(name)) pids.push_back(*pid);
   });
+  return pids;
+}
+
+std::vector<int32_t> allPIDs() {
+  std::vector<int32_t> pids = processIDs();
   if (!pids.empty()) refreshSocketTable(pids);
   return pids;
 }
@@ -448,6 +453,42 @@ std::optional<ProcessSnapshot> enrichedSnapshot(int32_t pid, uint32_t myUID, boo
 
 std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid, uint32_t myUID) {
   return anyUsersSnapshot(pid, myUID, true);
+}
+
+std::optional<ProcessSnapshot> agentDetectionSnapshot(int32_t pid, uint32_t myUID) {
+  auto base = readBase(pid);
+  if (!base) return std::nullopt;
+  const int directory = base->directory.get();
+  const bool kernelThread = base->stat.kernelThread;
+
+  // Formatting /proc/PID/status costs more than the rest of this read together. The owner of the
+  // process's directory is its effective uid as well, unless the process can't be dumped: then
+  // it shows as root, or as the overflow uid where that root isn't mapped. So the owner is taken
+  // as it is for kernel threads, for the user's own processes and for other users', and status
+  // is read only where the owner could stand for someone else.
+  constexpr uint32_t overflowUID = 65534;
+  std::optional<uint32_t> uid;
+  struct stat owner {};
+  if (::fstat(directory, &owner) == 0) {
+    const uint32_t shown = owner.st_uid;
+    const bool exact = kernelThread || (shown == myUID && myUID != 0) || (shown != 0 && shown != overflowUID);
+    if (exact) uid = shown;
+  }
+  if (!uid) uid = readEffectiveUID(directory);
+  if (!uid) return std::nullopt;
+
+  ProcessSnapshot snapshot = base->snapshot();
+  snapshot.uid = uid;
+  snapshot.sameUser = *uid == myUID;
+  // A kernel thread has no executable: the link can't be read.
+  if (!kernelThread) snapshot.executablePath = readExecPath(directory, base->stat.name);
+  // Detection reads argv only of the user's own interpreters, native installs and names that
+  // disagree with their path; argv is read through the same handle, so of the same incarnation.
+  if (snapshot.sameUser && AgentProcessDetector::presenceCandidate(snapshot.name, snapshot.executablePath) ==
+                               AgentProcessDetector::PresenceCandidate::needsArgv) {
+    snapshot.argv = readArgv(directory);
+  }
+  return snapshot;
 }
 
 std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID) {

@@ -1,0 +1,61 @@
+// The cost of one look of agent tracking on this machine's process table, which the tray
+// application pays every 5 seconds while the panel is closed: the light scan and the fold into
+// runs, beside the same scan on the general-purpose readers and beside a full port scan.
+// Run it against a desktop-sized table: `python3 bench/scan_world.py --ready-file F &`.
+#include <benchmark/benchmark.h>
+#include <time.h>
+
+#include "coralline_kit/agent_tracking_session.h"
+#include "process_core/process_reader.h"
+#include "tidewatch_kit/port_engine.h"
+
+namespace tidewatch {
+namespace {
+
+double processCPUSeconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// Times `look` and reports, beside Google Benchmark's own figures, the processor time of one
+// look and what share of one core that is at the idle cadence of 5 seconds.
+template <typename Look>
+void measure(benchmark::State& state, Look&& look) {
+  look();  // the first look has no samples yet; every later one is the steady case
+  const double before = processCPUSeconds();
+  for (auto _ : state) benchmark::DoNotOptimize(look());
+  const double cpuPerLook = (processCPUSeconds() - before) / static_cast<double>(state.iterations());
+  state.counters["cpu_us_per_look"] = cpuPerLook * 1e6;
+  state.counters["core_pct_at_5s"] = cpuPerLook / 5.0 * 100.0;
+}
+
+void BM_TrackingLook(benchmark::State& state) {
+  AgentTrackingSession::LiveSource source;
+  measure(state, [&] { return source.refresh(); });
+}
+
+// The same look on the readers the port scan uses: enumeration that also takes the socket
+// table (a walk of every open descriptor) and argv for every process.
+void BM_TrackingLookOnGeneralReaders(benchmark::State& state) {
+  AgentScannerDependencies general = AgentScannerDependencies::live();
+  general.allPIDs = [] { return Libproc::allPIDs(); };
+  general.detectionSnapshot = [](int32_t pid, uint32_t uid) { return ProcessReader::detectionSnapshot(pid, uid); };
+  AgentTrackingSession::LiveSource source(general);
+  measure(state, [&] { return source.refresh(); });
+}
+
+// What `tidewatch scan` does in-process: the full port scan with argv.
+void BM_FullPortScan(benchmark::State& state) {
+  const PortEngine engine;
+  measure(state, [&] { return engine.scan(true); });
+}
+
+BENCHMARK(BM_TrackingLook)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(BM_TrackingLookOnGeneralReaders)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(BM_FullPortScan)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+
+}  // namespace
+}  // namespace tidewatch
+
+BENCHMARK_MAIN();

@@ -1,0 +1,60 @@
+// The cheap look at the process table behind agent tracking: every process is read only as far
+// as agent detection needs, and processor time only for the trees of agents.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "coralline_kit/agent_run_tracker.h"
+#include "process_core/process_records.h"
+
+namespace tidewatch {
+
+// The process table's operations, all safe from any thread.
+struct AgentScannerDependencies {
+  std::function<std::vector<int32_t>()> allPIDs;
+  std::function<uint32_t()> currentUID;
+  // What detection needs of a process of any user.
+  std::function<std::optional<ProcessSnapshot>(int32_t pid, uint32_t uid)> detectionSnapshot;
+  // Not read by the light scan; kept so the record serves fuller reads as well.
+  std::function<std::optional<ProcessSnapshot>(int32_t pid, uint32_t uid, bool includeArgv)> enrichedSnapshot;
+  // The snapshot with its processor and memory figures read now; absent when it is gone.
+  std::function<std::optional<ProcessSnapshot>(const ProcessSnapshot& snapshot, uint32_t uid)> activitySnapshot;
+
+  // This machine's table, read as cheaply as detection allows.
+  static AgentScannerDependencies live();
+};
+
+namespace AgentObservationBuilder {
+
+struct Result {
+  std::vector<AgentObservation> observations;
+  AgentActivitySamples nextSamples;
+};
+
+// At or above this share of one core, summed over an agent's whole tree, the agent is working.
+inline constexpr double workingThresholdPercent = 10.0;
+
+// One observation per agent process. Processor time adds up per top-level session, so a whole
+// tree counts as one; a process seen for the first time has no previous sample and adds nothing.
+Result build(const std::vector<ProcessSnapshot>& snapshots, const AgentActivitySamples& previousSamples, Date now);
+
+}  // namespace AgentObservationBuilder
+
+namespace AgentScanner {
+
+struct Result {
+  std::vector<AgentObservation> observations;
+  AgentActivitySamples nextSamples;
+  Date scannedAt;
+  int processCount = 0;  // pids enumerated, readable or not
+};
+
+// Throws ScanError (enumerationUnavailable) when no process can be enumerated.
+Result scanLightweight(const AgentScannerDependencies& dependencies, const AgentActivitySamples& previousSamples,
+                       Date now);
+
+}  // namespace AgentScanner
+}  // namespace tidewatch

@@ -1,0 +1,123 @@
+#include "coralline_kit/agent_tracking_lifecycle.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "process_core/manual_session_clock.h"
+
+namespace tidewatch {
+namespace {
+
+using namespace std::chrono_literals;
+using Kind = AgentTrackingLifecycleEvent::Kind;
+using Names = std::vector<std::string>;
+
+// Sessions on a manual clock whose looks number themselves in `processCount`, across sessions.
+struct Harness {
+  ManualMainExecutor main;
+  ManualSessionClock clock;
+  std::shared_ptr<std::atomic<int>> looks = std::make_shared<std::atomic<int>>(0);
+  int made = 0;
+  bool drained = false;  // sessions whose stream is already taken, so it ends at once
+  Names events;
+  std::function<void(Kind)> onEvent = [](Kind) {};
+  std::optional<AgentTrackingLifecycle> lifecycle{
+      std::in_place, main,
+      [this] {
+        ++made;
+        auto session = std::make_shared<AgentTrackingSession>(AgentTrackingSession::Dependencies{
+            [looks = looks] {
+              AgentTrackingUpdate update;
+              update.processCount = ++*looks;
+              return update;
+            },
+            clock.clock(), [] { return false; }, [] { return BatteryMode::balanced; }});
+        if (drained) session->makeAsyncIterator();
+        return session;
+      },
+      [this](const AgentTrackingLifecycleEvent& event) {
+        events.push_back(event.kind == Kind::started   ? "started"
+                         : event.kind == Kind::stopped ? "stopped"
+                                                       : "update " + std::to_string(event.update->processCount));
+        onEvent(event.kind);
+      }};
+
+  // Runs the main thread until `count` events have been delivered.
+  void runUntilEvents(size_t count) {
+    const auto limit = std::chrono::steady_clock::now() + 10s;
+    while (main.runUntilIdle(), events.size() < count) {
+      ASSERT_LT(std::chrono::steady_clock::now(), limit) << "only " << events.size() << " events came";
+      std::this_thread::sleep_for(100us);
+    }
+  }
+  void waitForPost() {
+    const auto limit = std::chrono::steady_clock::now() + 10s;
+    while (main.pendingCount() == 0) {
+      ASSERT_LT(std::chrono::steady_clock::now(), limit) << "nothing was posted";
+      std::this_thread::sleep_for(100us);
+    }
+  }
+};
+
+TEST(AgentTrackingLifecycle, RunsOneSessionWhileEnabledAndNotSuspended) {
+  Harness h;
+  h.lifecycle->synchronize(true, true);
+  h.lifecycle->synchronize(false, false);
+  EXPECT_TRUE(h.events.empty()) << "nothing runs, nothing to stop";
+
+  h.lifecycle->synchronize(false, true);
+  h.lifecycle->synchronize(false, true);
+  EXPECT_EQ(h.events, Names{"started"});
+  h.runUntilEvents(2);
+  ASSERT_TRUE(h.clock.waitForSleepers(1)) << "the next pull began once the update was taken";
+  h.clock.advance(5s);
+  h.runUntilEvents(3);
+  h.lifecycle->synchronize(true, true);
+  h.lifecycle->stop();
+  EXPECT_EQ(h.events, (Names{"started", "update 1", "update 2", "stopped"}));
+  EXPECT_EQ(h.made, 1);
+}
+
+TEST(AgentTrackingLifecycle, AnUpdateOfAStoppedSessionReachesNobody) {
+  Harness h;
+  h.lifecycle->synchronize(false, true);
+  h.waitForPost();
+  h.lifecycle->stop();
+  h.lifecycle->synchronize(false, true);
+  h.runUntilEvents(4);
+  EXPECT_EQ(h.events, (Names{"started", "stopped", "started", "update 2"}));
+
+  ASSERT_TRUE(h.clock.waitForSleepers(1));
+  h.clock.advance(5s);
+  h.waitForPost();  // the next update, of a lifecycle that is gone by the time it runs
+  h.lifecycle.reset();
+  h.main.runUntilIdle();
+  EXPECT_EQ(h.events.size(), 4u);
+}
+
+TEST(AgentTrackingLifecycle, AStopFromAnEventHandlerEndsTheSessionOnce) {
+  Harness h;
+  h.onEvent = [&](Kind kind) {
+    if (kind == Kind::update) h.lifecycle->stop();
+  };
+  h.lifecycle->synchronize(false, true);
+  h.runUntilEvents(3);
+  EXPECT_EQ(h.events, (Names{"started", "update 1", "stopped"}));
+  h.lifecycle.reset();  // the worker's pull ends on its stop
+  EXPECT_EQ(h.clock.sleeperCount(), 0u);
+}
+
+TEST(AgentTrackingLifecycle, AStreamThatEndsByItselfEndsLikeAStop) {
+  Harness h;
+  h.drained = true;
+  h.lifecycle->synchronize(false, true);
+  h.runUntilEvents(2);
+  h.lifecycle->stop();
+  EXPECT_EQ(h.events, (Names{"started", "stopped"})) << "stopped is delivered once";
+  h.lifecycle->synchronize(false, true);
+  EXPECT_EQ(h.made, 2) << "and a new session can start";
+}
+
+}  // namespace
+}  // namespace tidewatch
