@@ -8,6 +8,8 @@ packages=(
   nlohmann-json3-dev libutf8proc-dev
   clang libclang-rt-14-dev
   iproute2 lsof procps hyperfine time python3
+  # The application's model (QtCore; no display needed to test it).
+  qt6-base-dev
   # Real Debian software for the live tests: a JDK server, the packaged Redis and PostgreSQL.
   openjdk-17-jdk-headless redis-server postgresql-15
 )

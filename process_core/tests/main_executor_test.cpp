@@ -1,8 +1,10 @@
 #include "process_core/main_executor.h"
+#include "process_core/serial_worker.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
+#include <algorithm>
 #include <thread>
 
 namespace tidewatch {
@@ -31,6 +33,23 @@ TEST(ManualMainExecutor, RunsDueWorkInOrderAndTimersWhenTheirTimeComes) {
   EXPECT_EQ(executor.now(), 20ms);
   EXPECT_EQ(executor.requestedDelays(), (std::vector<std::chrono::nanoseconds>{20ms, 10ms, 10ms}));
   EXPECT_EQ(executor.pendingCount(), 0u);
+}
+
+TEST(SerialWorker, RunsWorkInOrderOffTheCallersThreadAndFinishesItBeforeItGoes) {
+  std::vector<int> order;
+  std::thread::id ranOn;
+  {
+    SerialWorker worker;
+    for (int i = 0; i < 100; ++i) {
+      worker.post([&order, &ranOn, i] {
+        order.push_back(i);
+        ranOn = std::this_thread::get_id();
+      });
+    }
+  }
+  ASSERT_EQ(order.size(), 100u);
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  EXPECT_NE(ranOn, std::this_thread::get_id());
 }
 
 }  // namespace

@@ -1,0 +1,597 @@
+#include "app/qt/tidewatch_view_model.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <set>
+
+#include "app/panel_actions.h"
+#include "tidewatch_kit/listener_enrichment.h"
+#include "tidewatch_kit/listener_terminator.h"
+#include "tidewatch_kit/row_labels.h"
+#include "tidewatch_kit/service_classifier.h"
+
+namespace tidewatch {
+namespace {
+
+QString text(std::string_view value) { return QString::fromUtf8(value.data(), static_cast<qsizetype>(value.size())); }
+
+// The roles of a port row: raw values and, beside them, the texts the row shows.
+const std::vector<QByteArray> listenerRoles{
+    "rowID",        "port",         "processName",  "pid",          "classification", "classificationLabel",
+    "bindScope",    "bindBadge",    "isHidden",     "poolSize",     "agentProvider",  "hostName",
+    "projectName",  "projectPath",  "executablePath", "cpuPercent", "cpuText",        "activity",
+    "memoryBytes",  "memoryText",   "uptimeText",   "focusLabel",   "openableURL",    "canKill",
+    "canStopPool"};
+
+// The roles of an agent row, with the section it stands in.
+const std::vector<QByteArray> agentRoles{
+    "sessionID",   "section",         "sectionTitle", "provider",        "providerName", "state",
+    "stateText",   "explanation",     "hostName",     "projectName",     "location",     "evidence",
+    "pid",         "portDetail",      "listenerCount", "stopUnavailable", "canStop",      "lastEventAt"};
+
+QVariant optionalText(const std::optional<std::string>& value) { return value ? QVariant(text(*value)) : QVariant(); }
+
+}  // namespace
+
+TidewatchViewModel::TidewatchViewModel(Dependencies dependencies, QObject* parent)
+    : QObject(parent), d_(std::move(dependencies)), listenerRows_(listenerRoles, this), agentRows_(agentRoles, this) {
+  if (d_.display) display_ = d_.display();
+}
+
+TidewatchViewModel::~TidewatchViewModel() = default;
+
+// ---- Frames ---------------------------------------------------------------------------------
+
+void TidewatchViewModel::prepareForMonitoring() {
+  state_ = State::loading;
+  result_.reset();
+  activityByID_.clear();
+  activityLevels_.clear();
+  cpuPercentByID_.clear();
+  focusLabelByID_.clear();
+  setShowSystem(d_.defaults.boolForKey(std::string(showSystemRowsKey)));
+  if (d_.display) display_ = d_.display();
+  panelModeResolvedThisOpen_ = false;
+  setAgentFilter("all");
+  setExpandedAgentSessionID({});
+  setExactScope(std::nullopt);
+  Q_EMIT stateChanged();
+  Q_EMIT activityByIDChanged();
+  Q_EMIT cpuPercentByIDChanged();
+  Q_EMIT focusLabelByIDChanged();
+  Q_EMIT displayChanged();
+  rebuildListenerRows();
+}
+
+void TidewatchViewModel::apply(const ScanFrame& frame) {
+  const ScanResult* result = frame.scanned();
+  if (!result) {
+    focusLabelByID_.clear();
+    state_ = State::failed;
+    Q_EMIT focusLabelByIDChanged();
+    Q_EMIT stateChanged();
+    return;
+  }
+  if (frame.startingFilter) setFilter(text(rawValue(*frame.startingFilter)));
+
+  activityByID_.clear();
+  activityLevels_.clear();
+  cpuPercentByID_.clear();
+  for (const auto& [id, activity] : frame.activity) {
+    activityByID_.insert(QString::fromStdString(id), text(rawValue(activity.level)));
+    activityLevels_[id] = activity.level;
+    if (activity.cpuPercent) cpuPercentByID_.insert(QString::fromStdString(id), *activity.cpuPercent);
+  }
+  focusLabelByID_.clear();
+  for (const auto& listener : result->listeners) {
+    // No focus is offered for a host the desktop cannot bring forward.
+    if (listener.focusTarget && d_.hasRunningApplication && d_.hasRunningApplication(listener.focusTarget->pid)) {
+      focusLabelByID_.insert(QString::fromStdString(listener.id()), text(listener.focusTarget->displayName));
+    }
+  }
+  refreshExactAgentScope(*result);
+  if (frame.startingFilter && !panelModeResolvedThisOpen_) {
+    panelModeResolvedThisOpen_ = true;
+    const bool hasAgents = result->agentPresence.totalCount() >= 1 || !inventory_.currentSessions().empty();
+    std::optional<PanelMode> lastMode;
+    if (const auto stored = d_.defaults.stringForKey(std::string(lastUsedPanelModeKey))) {
+      if (*stored == "ports") lastMode = PanelMode::ports;
+      if (*stored == "agents") lastMode = PanelMode::agents;
+    }
+    setPanelMode(PanelModeResolver::resolve(display_.defaultFilter, hasAgents, lastMode));
+  }
+  // Last, so that views see the filter and mode already set.
+  result_ = *result;
+  state_ = State::loaded;
+  Q_EMIT activityByIDChanged();
+  Q_EMIT cpuPercentByIDChanged();
+  Q_EMIT focusLabelByIDChanged();
+  Q_EMIT stateChanged();
+  rebuildListenerRows();
+}
+
+void TidewatchViewModel::clearMonitoring() {
+  ++actionGeneration_;
+  ++stopAgentPreparation_;
+  state_ = State::loading;
+  result_.reset();
+  activityByID_.clear();
+  activityLevels_.clear();
+  cpuPercentByID_.clear();
+  focusLabelByID_.clear();
+  clearPending();
+  setKillNotice(std::nullopt);
+  setExpandedAgentSessionID({});
+  setExactScope(std::nullopt);
+  agentFocusLabelByID_.clear();
+  Q_EMIT agentFocusLabelByIDChanged();
+  Q_EMIT activityByIDChanged();
+  Q_EMIT cpuPercentByIDChanged();
+  Q_EMIT focusLabelByIDChanged();
+  Q_EMIT stateChanged();
+  rebuildListenerRows();
+}
+
+void TidewatchViewModel::refreshExactAgentScope(const ScanResult& result) {
+  if (!exactScope_) return;
+  std::optional<AgentKind> provider;
+  for (const auto& entry : result.agentPresence.entries) {
+    if (entry.identity == exactScope_->identity) provider = entry.provider;
+  }
+  if (!provider) {
+    for (const auto& listener : result.listeners) {
+      if (listener.agentProcess == exactScope_->identity) {
+        provider = listener.agentOrigin;
+        break;
+      }
+    }
+  }
+  // The scope follows a re-attribution and stays when the agent vanishes.
+  if (!provider || *provider == exactScope_->provider) return;
+  setExactScope(ExactScope{exactScope_->identity, *provider});
+}
+
+// ---- Inventory ------------------------------------------------------------------------------
+
+void TidewatchViewModel::inventoryPublished(const AgentInventorySnapshot& snapshot) {
+  inventory_ = snapshot;
+  rebuildAgentRows();
+  if (!d_.focusProbe) return;
+  // Which hosts are live is read on the probe worker, once per host in a pass.
+  const auto generation = ++inventoryGeneration_;
+  d_.focusProbe([sessions = snapshot.currentSessions(), resolver = d_.focusHostResolver, executor = d_.executor,
+                 alive = std::weak_ptr<bool>(alive_), this, generation] {
+    std::map<ProcessIdentity, bool> live;
+    std::map<std::string, AgentHostDescriptor> hosts;
+    for (const auto& session : sessions) {
+      if (!session.controlSurface) continue;
+      const auto& host = *session.controlSurface;
+      auto known = live.find(host.identity);
+      if (known == live.end()) {
+        known = live.emplace(host.identity, resolver && resolver(host.identity.pid) == host.identity).first;
+      }
+      if (known->second) hosts.emplace(session.id.stableID(), host);
+    }
+    executor->post([alive, this, generation, hosts = std::move(hosts)] {
+      if (!alive.lock() || generation != inventoryGeneration_) return;
+      QVariantMap labels;
+      for (const auto& [id, host] : hosts) {
+        if (d_.hasRunningApplication && d_.hasRunningApplication(host.identity.pid)) {
+          labels.insert(QString::fromStdString(id), text(host.displayName));
+        }
+      }
+      if (labels != agentFocusLabelByID_) {
+        agentFocusLabelByID_ = std::move(labels);
+        Q_EMIT agentFocusLabelByIDChanged();
+      }
+    });
+  });
+}
+
+// ---- Rows -----------------------------------------------------------------------------------
+
+void TidewatchViewModel::rebuildListenerRows() {
+  if (!result_) {
+    listenerRows_.update({});
+    return;
+  }
+  ScanResult shown = *result_;
+  if (exactScope_) {
+    std::erase_if(shown.listeners, [this](const auto& listener) { return listener.agentProcess != exactScope_->identity; });
+  }
+  const ListenerPreferences preferences{filter_, searchText_.toStdString(), sortMode_, activityLevels_};
+  const auto model = ListenerListModel::build(shown, preferences);
+  std::vector<PortListener> rows;
+  if (const auto* found = std::get_if<ListenerListModel::Rows>(&model.content)) {
+    rows = found->visible;
+    if (showSystem_) rows.insert(rows.end(), found->hidden.begin(), found->hidden.end());
+  }
+  std::vector<KeyedListModel::Row> values;
+  values.reserve(rows.size());
+  for (const auto& listener : rows) {
+    const std::string id = listener.id();
+    const QString key = QString::fromStdString(id);
+    const auto cpu = cpuPercentByID_.value(key);
+    const auto activity = activityLevels_.find(id);
+    values.push_back({id,
+                      {key, listener.port, text(listener.process.displayName()), listener.process.identity.pid,
+                       text(listener.classification.label), optionalText(classificationDisplayLabel(listener)),
+                       text(rawValue(listener.bindScope)), text(badgeWord(listener.bindScope)),
+                       listener.visibility != VisibilityClass::defaultVisible, listener.workerPoolSize,
+                       listener.agentOrigin ? QVariant(text(rawValue(*listener.agentOrigin))) : QVariant(),
+                       listener.host ? QVariant(text(displayName(listener.host->kind))) : QVariant(),
+                       listener.project ? QVariant(text(listener.project->name)) : QVariant(),
+                       listener.project ? optionalText(listener.project->path) : QVariant(),
+                       optionalText(listener.process.executablePath), cpu,
+                       cpu.isValid() ? QVariant(text(CPUDisplay::label(cpu.toDouble()))) : QVariant(),
+                       text(rawValue(activity == activityLevels_.end() ? ActivityLevel::unknown : activity->second)),
+                       listener.process.residentMemoryBytes
+                           ? QVariant(static_cast<qulonglong>(*listener.process.residentMemoryBytes))
+                           : QVariant(),
+                       listener.process.residentMemoryBytes
+                           ? QVariant(text(MemoryDisplay::label(*listener.process.residentMemoryBytes)))
+                           : QVariant(),
+                       text(UptimeDisplay::label(static_cast<int64_t>(listener.process.identity.startTimeSeconds),
+                                                 result_->scannedAt)),
+                       focusLabelByID_.value(key), optionalText(openableURL(listener)),
+                       KillRequest::request(listener, d_.context).has_value(),
+                       StopPoolRequest::request(listener, d_.context).has_value()}});
+  }
+  listenerRows_.update(std::move(values));
+}
+
+void TidewatchViewModel::rebuildAgentRows() {
+  const auto model = AgentInventoryListModel::build(inventory_, agentFilter_, searchText_.toStdString());
+  std::vector<KeyedListModel::Row> values;
+  if (const auto* sections = std::get_if<std::vector<AgentInventoryListModel::Section>>(&model.content)) {
+    const auto availability = inventory_.stopAvailabilityByID();
+    for (const auto& section : *sections) {
+      const QString title = section.host ? text(section.host->displayName) : QStringLiteral("Unknown app");
+      for (const auto& row : section.rows) {
+        const std::string id = row.id.stableID();
+        const auto stop = availability.at(id);
+        const auto words = unavailableStopWords(stop);
+        values.push_back(
+            {id,
+             {QString::fromStdString(id), QString::fromStdString(section.identity()), title,
+              text(rawValue(row.provider)), text(providerWord(row.provider)),
+              static_cast<int>(row.state), text(badgeWord(row.state)), text(row.explanation()),
+              row.controlSurface ? QVariant(text(row.controlSurface->displayName)) : QVariant(),
+              optionalText(row.projectName), text(row.executionLocation.displayWords()),
+              text(displayWords(row.evidence)),
+              row.processIdentity ? QVariant(row.processIdentity->process.pid) : QVariant(),
+              text(row.portDetail()), static_cast<int>(row.relatedListenerIDs.size()),
+              words ? QVariant(text(*words)) : QVariant(), stop == AgentStopAvailability::available,
+              static_cast<qlonglong>(std::chrono::duration_cast<std::chrono::seconds>(
+                                         row.lastEventAt.time_since_epoch())
+                                         .count())}});
+      }
+    }
+  }
+  agentRows_.update(std::move(values));
+}
+
+std::optional<PortListener> TidewatchViewModel::listener(const QString& rowID) const {
+  if (!result_) return std::nullopt;
+  const std::string id = rowID.toStdString();
+  for (const auto& listener : result_->listeners) {
+    if (listener.id() == id) return listener;
+  }
+  return std::nullopt;
+}
+
+std::optional<AgentSessionSnapshot> TidewatchViewModel::session(const QString& sessionID) const {
+  const std::string id = sessionID.toStdString();
+  for (const auto& session : inventory_.sessions) {
+    if (session.id.stableID() == id) return session;
+  }
+  return std::nullopt;
+}
+
+// ---- Properties -----------------------------------------------------------------------------
+
+QString TidewatchViewModel::state() const {
+  switch (state_) {
+    case State::loaded: return QStringLiteral("loaded");
+    case State::failed: return QStringLiteral("failed");
+    case State::loading: return QStringLiteral("loading");
+  }
+  return {};
+}
+
+QString TidewatchViewModel::stateMessage() const {
+  return state_ == State::failed ? text(PanelActions::scanFailed) : QString();
+}
+
+void TidewatchViewModel::setShowSystem(bool show) {
+  if (show == showSystem_) return;
+  showSystem_ = show;
+  Q_EMIT showSystemChanged();
+  rebuildListenerRows();
+}
+
+QString TidewatchViewModel::sortMode() const { return text(rawValue(sortMode_)); }
+
+void TidewatchViewModel::setSortMode(const QString& mode) {
+  const auto parsed = listenerSortModeFromRaw(mode.toStdString());
+  if (!parsed || *parsed == sortMode_) return;
+  sortMode_ = *parsed;
+  Q_EMIT sortModeChanged();
+  rebuildListenerRows();
+}
+
+QString TidewatchViewModel::filter() const { return text(rawValue(filter_)); }
+
+void TidewatchViewModel::setFilter(const QString& filter) {
+  const auto parsed = filterCategoryFromRaw(filter.toStdString());
+  if (!parsed || *parsed == filter_) return;
+  filter_ = *parsed;
+  Q_EMIT filterChanged();
+  rebuildListenerRows();
+}
+
+void TidewatchViewModel::setSearchText(const QString& searchText) {
+  if (searchText == searchText_) return;
+  searchText_ = searchText;
+  Q_EMIT searchTextChanged();
+  rebuildListenerRows();
+  rebuildAgentRows();
+}
+
+QString TidewatchViewModel::panelMode() const {
+  return panelMode_ == PanelMode::ports ? QStringLiteral("ports") : QStringLiteral("agents");
+}
+
+void TidewatchViewModel::setPanelMode(PanelMode mode) {
+  if (mode == panelMode_) return;
+  panelMode_ = mode;
+  Q_EMIT panelModeChanged();
+}
+
+QString TidewatchViewModel::agentFilter() const {
+  switch (agentFilter_) {
+    case AgentProviderFilter::all: return QStringLiteral("all");
+    case AgentProviderFilter::codex: return QStringLiteral("codex");
+    case AgentProviderFilter::claude: return QStringLiteral("claude");
+  }
+  return {};
+}
+
+void TidewatchViewModel::setAgentFilter(const QString& filter) {
+  std::optional<AgentProviderFilter> parsed;
+  if (filter == QLatin1String("all")) parsed = AgentProviderFilter::all;
+  if (filter == QLatin1String("codex")) parsed = AgentProviderFilter::codex;
+  if (filter == QLatin1String("claude")) parsed = AgentProviderFilter::claude;
+  if (!parsed || *parsed == agentFilter_) return;
+  agentFilter_ = *parsed;
+  Q_EMIT agentFilterChanged();
+  rebuildAgentRows();
+}
+
+void TidewatchViewModel::setExpandedAgentSessionID(const QString& id) {
+  if (id == expandedAgentSessionID_) return;
+  expandedAgentSessionID_ = id;
+  Q_EMIT expandedAgentSessionIDChanged();
+}
+
+QString TidewatchViewModel::exactAgentScope() const {
+  if (!exactScope_) return {};
+  return QString::fromStdString(exactScope_->identity.stableID());
+}
+
+void TidewatchViewModel::setExactScope(std::optional<ExactScope> scope) {
+  const bool same = scope.has_value() == exactScope_.has_value() &&
+                    (!scope || (scope->identity == exactScope_->identity && scope->provider == exactScope_->provider));
+  if (same) return;
+  exactScope_ = scope;
+  Q_EMIT exactAgentScopeChanged();
+  rebuildListenerRows();
+}
+
+QString TidewatchViewModel::pendingConfirmation() const {
+  if (pending_.kill) return QStringLiteral("kill");
+  if (pending_.forceKill) return QStringLiteral("forceKill");
+  if (pending_.stopPool) return QStringLiteral("stopPool");
+  if (pending_.stopVisible) return QStringLiteral("stopVisible");
+  if (pending_.stopAgent) return QStringLiteral("stopAgent");
+  return {};
+}
+
+QVariantMap TidewatchViewModel::confirmation() const {
+  std::optional<ConfirmationText> shown;
+  if (pending_.kill) shown = pending_.kill->confirmation();
+  else if (pending_.forceKill) shown = pending_.forceKill->confirmation();
+  else if (pending_.stopPool) shown = pending_.stopPool->confirmation();
+  else if (pending_.stopVisible) shown = pending_.stopVisible->confirmation();
+  else if (pending_.stopAgent) shown = pending_.stopAgent->confirmation();
+  if (!shown) return {};
+  return {{QStringLiteral("title"), text(shown->title)},
+          {QStringLiteral("message"), text(shown->message)},
+          {QStringLiteral("button"), text(shown->button)}};
+}
+
+QVariantMap TidewatchViewModel::displayFields() const {
+  QVariantMap fields;
+  for (const auto& [name, shown] : display_.visibleFields) fields.insert(QString::fromStdString(name), shown);
+  return fields;
+}
+
+void TidewatchViewModel::setKillNotice(std::optional<std::string> notice) {
+  const QString next = notice ? QString::fromStdString(*notice) : QString();
+  if (next == killNotice_) return;
+  killNotice_ = next;
+  Q_EMIT killNoticeChanged();
+}
+
+void TidewatchViewModel::clearPending() {
+  pending_ = {};
+  Q_EMIT pendingChanged();
+}
+
+// ---- Views' operations ----------------------------------------------------------------------
+
+void TidewatchViewModel::selectPanelMode(const QString& mode) {
+  const PanelMode parsed = mode == QLatin1String("agents") ? PanelMode::agents : PanelMode::ports;
+  setPanelMode(parsed);
+  (void)d_.defaults.set(std::string(lastUsedPanelModeKey), parsed == PanelMode::agents ? "agents" : "ports");
+  if (parsed == PanelMode::ports) setExpandedAgentSessionID({});
+}
+
+void TidewatchViewModel::persistLastUsedFilter() {
+  (void)d_.defaults.set(std::string(lastUsedFilterKey), std::string(rawValue(filter_)));
+}
+
+bool TidewatchViewModel::offerKill(const QString& rowID) {
+  auto row = listener(rowID);
+  auto request = row ? KillRequest::request(*row, d_.context) : std::nullopt;
+  if (!request) return false;
+  pending_ = {};
+  pending_.kill = std::move(request);
+  Q_EMIT pendingChanged();
+  return true;
+}
+
+bool TidewatchViewModel::offerForceKill(const QString& rowID) {
+  auto row = listener(rowID);
+  auto request = row ? ForceKillRequest::request(*row, d_.context) : std::nullopt;
+  if (!request) return false;
+  pending_ = {};
+  pending_.forceKill = std::move(request);
+  Q_EMIT pendingChanged();
+  return true;
+}
+
+bool TidewatchViewModel::offerStopPool(const QString& rowID) {
+  auto row = listener(rowID);
+  auto request = row ? StopPoolRequest::request(*row, d_.context) : std::nullopt;
+  if (!request) return false;
+  pending_ = {};
+  pending_.stopPool = std::move(request);
+  Q_EMIT pendingChanged();
+  return true;
+}
+
+bool TidewatchViewModel::offerStopVisible() {
+  if (!result_) return false;
+  // What is on view: the rows of the list as it stands, hidden ones only when shown.
+  std::vector<PortListener> shown;
+  for (const auto& row : listenerRows_.rows()) {
+    if (auto found = listener(QString::fromStdString(row.key))) shown.push_back(*found);
+  }
+  auto request = StopVisibleRequest::request(shown, d_.context);
+  if (!request) return false;
+  pending_ = {};
+  pending_.stopVisible = std::move(request);
+  Q_EMIT pendingChanged();
+  return true;
+}
+
+void TidewatchViewModel::cancelConfirmation() { clearPending(); }
+
+void TidewatchViewModel::confirm() {
+  const Pending pending = pending_;
+  if (pending.kill) return confirmKill(*pending.kill);
+  if (pending.forceKill) return confirmForceKill(*pending.forceKill);
+  if (pending.stopPool) return confirmStopPool(*pending.stopPool);
+  if (pending.stopVisible) return confirmStopVisible(*pending.stopVisible);
+  if (pending.stopAgent) return confirmStopAgent(*pending.stopAgent);
+}
+
+template <typename Outcome, typename Request>
+void TidewatchViewModel::runAction(std::function<Outcome(const Request&)> operation, Request request) {
+  clearPending();
+  setKillNotice(std::nullopt);
+  // A new action replaces the one in flight: its outcome will find the generation moved on.
+  const auto generation = ++actionGeneration_;
+  d_.runInBackground([operation = std::move(operation), request = std::move(request), executor = d_.executor,
+                      alive = std::weak_ptr<bool>(alive_), this, generation] {
+    Outcome outcome = operation(request);
+    executor->post([alive, this, generation, outcome = std::move(outcome)] {
+      if (!alive.lock() || generation != actionGeneration_) return;
+      setKillNotice(PanelActions::notice(outcome));
+      if (requestScan) requestScan();
+    });
+  });
+}
+
+void TidewatchViewModel::confirmKill(const KillRequest& request) { runAction(d_.kill, request); }
+void TidewatchViewModel::confirmForceKill(const ForceKillRequest& request) { runAction(d_.forceKill, request); }
+void TidewatchViewModel::confirmStopPool(const StopPoolRequest& request) { runAction(d_.stopPool, request); }
+void TidewatchViewModel::confirmStopVisible(const StopVisibleRequest& request) { runAction(d_.stopVisible, request); }
+
+void TidewatchViewModel::confirmStopAgent(const StopAgentRequest& request) {
+  if (PanelActions::sessionsOnProcess(inventory_, request.pid) >= 2) {
+    // Sessions came together on the process after the offer: nothing is signalled.
+    pending_.stopAgent.reset();
+    Q_EMIT pendingChanged();
+    setKillNotice(std::string(PanelActions::processNowBacksSessions));
+    return;
+  }
+  runAction(d_.stopAgent, request);
+}
+
+void TidewatchViewModel::requestStopAgent(const QString& sessionID) {
+  const auto found = session(sessionID);
+  if (!found) return;
+  if (const auto refusal = PanelActions::stopAgentRefusal(*found, inventory_)) {
+    setKillNotice(std::string(*refusal));
+    return;
+  }
+  pending_.stopAgent.reset();
+  Q_EMIT pendingChanged();
+  setKillNotice(std::nullopt);
+  const auto generation = ++stopAgentPreparation_;
+  d_.runInBackground([resolver = d_.stopAgentRequest, id = found->id.stableID(), provider = found->provider,
+                      identity = *found->processIdentity, executor = d_.executor, alive = std::weak_ptr<bool>(alive_),
+                      this, generation] {
+    auto request = resolver(id, provider, identity);
+    executor->post([alive, this, generation, request = std::move(request)] {
+      if (!alive.lock() || generation != stopAgentPreparation_) return;
+      if (request) {
+        pending_ = {};
+        pending_.stopAgent = request;
+        Q_EMIT pendingChanged();
+        return;
+      }
+      setKillNotice(std::string(PanelActions::agentChangedBeforeVerify));
+      if (requestScan) requestScan();
+    });
+  });
+}
+
+void TidewatchViewModel::focusAgentHost(const QString& sessionID) {
+  const auto found = session(sessionID);
+  if (!found || !found->controlSurface || !d_.focusProbe) return;
+  const auto host = *found->controlSurface;
+  d_.focusProbe([resolver = d_.focusHostResolver, activator = d_.focusHostActivator, executor = d_.executor, host] {
+    // Only the very process the row names: a reused pid is somebody else's window.
+    if (!resolver || resolver(host.identity.pid) != host.identity) return;
+    executor->post([activator, pid = host.identity.pid] {
+      if (activator) activator(pid);
+    });
+  });
+}
+
+void TidewatchViewModel::focusHost(const QString& rowID) {
+  const auto row = listener(rowID);
+  if (!row || !row->focusTarget || !d_.focusProbe) return;
+  const int32_t pid = row->focusTarget->pid;
+  d_.focusProbe([resolver = d_.focusHostResolver, activator = d_.focusHostActivator,
+                 running = d_.hasRunningApplication, executor = d_.executor, pid] {
+    if (!resolver || !resolver(pid) || !running || !running(pid)) return;
+    executor->post([activator, pid] {
+      if (activator) activator(pid);
+    });
+  });
+}
+
+void TidewatchViewModel::viewProviderPorts(const QString& sessionID) {
+  const auto found = session(sessionID);
+  if (!found) return;
+  setExactScope(std::nullopt);
+  setFilter(found->provider == AgentKind::claude ? QStringLiteral("claude") : QStringLiteral("codex"));
+  setPanelMode(PanelMode::ports);
+}
+
+}  // namespace tidewatch
