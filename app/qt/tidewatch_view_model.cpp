@@ -36,7 +36,7 @@ QVariant optionalText(const std::optional<std::string>& value) { return value ? 
 
 TidewatchViewModel::TidewatchViewModel(Dependencies dependencies, QObject* parent)
     : QObject(parent), d_(std::move(dependencies)), listenerRows_(listenerRoles, this), agentRows_(agentRoles, this) {
-  if (d_.display) display_ = d_.display();
+  readDisplaySettings();
 }
 
 TidewatchViewModel::~TidewatchViewModel() = default;
@@ -51,7 +51,7 @@ void TidewatchViewModel::prepareForMonitoring() {
   cpuPercentByID_.clear();
   focusLabelByID_.clear();
   setShowSystem(d_.defaults.boolForKey(std::string(showSystemRowsKey)));
-  if (d_.display) display_ = d_.display();
+  readDisplaySettings();
   panelModeResolvedThisOpen_ = false;
   setAgentFilter("all");
   setExpandedAgentSessionID({});
@@ -99,7 +99,7 @@ void TidewatchViewModel::apply(const ScanFrame& frame) {
       if (*stored == "ports") lastMode = PanelMode::ports;
       if (*stored == "agents") lastMode = PanelMode::agents;
     }
-    setPanelMode(PanelModeResolver::resolve(display_.defaultFilter, hasAgents, lastMode));
+    setPanelMode(PanelModeResolver::resolve(DisplaySettings::defaultFilter(d_.defaults), hasAgents, lastMode));
   }
   // Last, so that views see the filter and mode already set.
   result_ = *result;
@@ -411,10 +411,20 @@ QVariantMap TidewatchViewModel::confirmation() const {
           {QStringLiteral("button"), text(shown->button)}};
 }
 
+void TidewatchViewModel::readDisplaySettings() {
+  displayFields_ = DisplaySettings::visibleFields(d_.defaults);
+  rowDensity_ = DisplaySettings::rowDensity(d_.defaults);
+}
+
+QString TidewatchViewModel::rowDensity() const { return text(DisplaySettings::rawValue(rowDensity_)); }
+
 QVariantMap TidewatchViewModel::displayFields() const {
-  QVariantMap fields;
-  for (const auto& [name, shown] : display_.visibleFields) fields.insert(QString::fromStdString(name), shown);
-  return fields;
+  const RowVisibleFields& f = displayFields_;
+  return {{QStringLiteral("port"), f.port},       {QStringLiteral("cpu"), f.cpu},
+          {QStringLiteral("memory"), f.memory},   {QStringLiteral("path"), f.path},
+          {QStringLiteral("host"), f.host},       {QStringLiteral("project"), f.project},
+          {QStringLiteral("uptime"), f.uptime},   {QStringLiteral("power"), f.power},
+          {QStringLiteral("powerLabels"), f.powerLabels}};
 }
 
 void TidewatchViewModel::setKillNotice(std::optional<std::string> notice) {

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 
+#include "app/display_settings.h"
 #include "app/qt/keyed_list_model.h"
 #include "inventory/agent_inventory_list_model.h"
 #include "process_core/defaults_store.h"
@@ -24,13 +25,6 @@
 #include "tidewatch_kit/port_scan_session.h"
 
 namespace tidewatch {
-
-// What the panel's rows show and how densely, as the settings say.
-struct PanelDisplay {
-  std::map<std::string, bool> visibleFields;  // port, cpu, memory, path, host, project, uptime, power, powerLabels
-  std::string rowDensity = "comfortable";
-  std::optional<DefaultFilterSetting> defaultFilter;
-};
 
 class TidewatchViewModel : public QObject {
   Q_OBJECT
@@ -81,8 +75,6 @@ class TidewatchViewModel : public QObject {
     std::function<void(int32_t pid)> focusHostActivator;
     // Whether the pid has an application the desktop can bring to the front.
     std::function<bool(int32_t pid)> hasRunningApplication;
-    // The display settings as they stand now.
-    std::function<PanelDisplay()> display;
     std::function<Date()> now;
 
     static Dependencies live(std::shared_ptr<MainExecutor> executor);
@@ -127,7 +119,7 @@ class TidewatchViewModel : public QObject {
   QVariantMap confirmation() const;
   QString killNotice() const { return killNotice_; }
   QVariantMap displayFields() const;
-  QString rowDensity() const { return QString::fromStdString(display_.rowDensity); }
+  QString rowDensity() const;
   QObject* listeners() { return &listenerRows_; }
   QObject* agents() { return &agentRows_; }
 
@@ -208,6 +200,7 @@ class TidewatchViewModel : public QObject {
   std::optional<PortListener> listener(const QString& rowID) const;
   std::optional<AgentSessionSnapshot> session(const QString& sessionID) const;
   void clearPending();
+  void readDisplaySettings();
 
   Dependencies d_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
@@ -228,7 +221,8 @@ class TidewatchViewModel : public QObject {
   QVariantMap focusLabelByID_;
   Pending pending_;
   QString killNotice_;
-  PanelDisplay display_;
+  RowVisibleFields displayFields_;
+  DisplaySettings::RowDensity rowDensity_ = DisplaySettings::RowDensity::comfortable;
   bool panelModeResolvedThisOpen_ = false;
   AgentInventorySnapshot inventory_ = AgentInventorySnapshot::empty();
   // A new action or a closed panel voids what is in flight; these tell the answers that still count.

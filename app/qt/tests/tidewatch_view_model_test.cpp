@@ -83,7 +83,6 @@ class ViewModelTest : public ::testing::Test {
     d.focusHostResolver = [](int32_t pid) -> std::optional<ProcessIdentity> { return ProcessIdentity{pid, 1, 0}; };
     d.focusHostActivator = [this](int32_t pid) { activated.push_back(pid); };
     d.hasRunningApplication = [](int32_t pid) { return pid == 50; };
-    d.display = [] { return PanelDisplay{{{"port", true}}, "compact", DefaultFilterSetting::lastUsed}; };
     d.now = [] { return t0; };
     model = std::make_unique<TidewatchViewModel>(d);
     model->requestScan = [this] { ++scansAsked; };
@@ -147,7 +146,10 @@ class ViewModelTest : public ::testing::Test {
 TEST_F(ViewModelTest, FramesSetTheFilterAndModeOncePerOpening) {
   QAbstractItemModelTester tester(qobject_cast<QAbstractItemModel*>(model->listeners()),
                                   QAbstractItemModelTester::FailureReportingMode::Fatal);
-  DefaultsStore(directory.path() + "/defaults.json").set("display.lastUsedPanelMode", "sideways");
+  DefaultsStore defaults(directory.path() + "/defaults.json");
+  defaults.set("display.lastUsedPanelMode", "sideways");
+  defaults.set("display.defaultFilter", "lastUsed");
+  defaults.set("display.rowDensity", "compact");
   model->prepareForMonitoring();
   EXPECT_EQ(model->rowDensity(), "compact");
   EXPECT_EQ(model->state(), "loading");
