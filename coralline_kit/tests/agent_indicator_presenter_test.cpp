@@ -17,7 +17,7 @@ TEST(AgentIndicatorPresenter, CountsBecomeTheGlyphOrTheRunningSentence) {
   const std::vector<Case> cases = {
       {false, 2, 1, 1, glyph, "Coralline", false},
       {true, 0, 0, 3, glyph, "Coralline: Agent Count 0", false},
-      {true, -4, -1, 2, glyph, "Coralline: Agent Count 0", false},
+      {true, 2, -1, 0, AgentIndicatorCounts{2, 0}, "2 Codex sessions running", false},
       {true, 1, 0, 0, AgentIndicatorCounts{1, 0}, "1 Codex session running", false},
       {true, 0, 2, 5, AgentIndicatorCounts{0, 2}, "2 Claude Code sessions running (2 active)", true},
       {true, 2, 1, 1, AgentIndicatorCounts{2, 1}, "2 Codex sessions, 1 Claude Code session running (1 active)", true},

@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "process_core/manual_session_clock.h"
+#include "process_core/tests/support/session_test_support.h"
 
 namespace tidewatch {
 namespace {
@@ -21,7 +21,7 @@ struct Harness {
   int made = 0;
   bool drained = false;  // sessions whose stream is already taken, so it ends at once
   Names events;
-  std::function<void(Kind)> onEvent = [](Kind) {};
+  std::function<void(const std::string&)> onEvent = [](const std::string&) {};
   std::optional<AgentTrackingLifecycle> lifecycle{
       std::in_place, main,
       [this] {
@@ -40,28 +40,28 @@ struct Harness {
         events.push_back(event.kind == Kind::started   ? "started"
                          : event.kind == Kind::stopped ? "stopped"
                                                        : "update " + std::to_string(event.update->processCount));
-        onEvent(event.kind);
+        onEvent(events.back());
       }};
 
-  // Runs the main thread until `count` events have been delivered.
-  void runUntilEvents(size_t count) {
-    const auto limit = std::chrono::steady_clock::now() + 10s;
-    while (main.runUntilIdle(), events.size() < count) {
-      ASSERT_LT(std::chrono::steady_clock::now(), limit) << "only " << events.size() << " events came";
+  // Polls `done` until it holds, running the main thread in between only when `runMain`.
+  void await(const std::function<bool()>& done, bool runMain = true) {
+    const auto limit = std::chrono::steady_clock::now() + testing::hangLimit;
+    for (;;) {
+      if (runMain) main.runUntilIdle();
+      if (done()) return;
+      ASSERT_LT(std::chrono::steady_clock::now(), limit) << events.size() << " events came";
       std::this_thread::sleep_for(100us);
     }
   }
-  void waitForPost() {
-    const auto limit = std::chrono::steady_clock::now() + 10s;
-    while (main.pendingCount() == 0) {
-      ASSERT_LT(std::chrono::steady_clock::now(), limit) << "nothing was posted";
-      std::this_thread::sleep_for(100us);
-    }
-  }
+  void runUntilEvents(size_t count) { await([&] { return events.size() >= count; }); }
+  void waitForPost() { await([&] { return main.pendingCount() > 0; }, false); }
 };
 
-TEST(AgentTrackingLifecycle, RunsOneSessionWhileEnabledAndNotSuspended) {
+TEST(AgentTrackingLifecycle, RunsOneSessionWhileEnabledAndNotSuspendedAndStopsOnceEvenFromAHandler) {
   Harness h;
+  h.onEvent = [&](const std::string& event) {
+    if (event == "update 2") h.lifecycle->synchronize(true, true);
+  };
   h.lifecycle->synchronize(true, true);
   h.lifecycle->synchronize(false, false);
   EXPECT_TRUE(h.events.empty()) << "nothing runs, nothing to stop";
@@ -72,11 +72,12 @@ TEST(AgentTrackingLifecycle, RunsOneSessionWhileEnabledAndNotSuspended) {
   h.runUntilEvents(2);
   ASSERT_TRUE(h.clock.waitForSleepers(1)) << "the next pull began once the update was taken";
   h.clock.advance(5s);
-  h.runUntilEvents(3);
-  h.lifecycle->synchronize(true, true);
+  h.runUntilEvents(4);
   h.lifecycle->stop();
   EXPECT_EQ(h.events, (Names{"started", "update 1", "update 2", "stopped"}));
   EXPECT_EQ(h.made, 1);
+  h.lifecycle.reset();  // waits for the worker, whose pull ended on its stop
+  EXPECT_EQ(h.clock.sleeperCount(), 0u);
 }
 
 TEST(AgentTrackingLifecycle, AnUpdateOfAStoppedSessionReachesNobody) {
@@ -94,18 +95,6 @@ TEST(AgentTrackingLifecycle, AnUpdateOfAStoppedSessionReachesNobody) {
   h.lifecycle.reset();
   h.main.runUntilIdle();
   EXPECT_EQ(h.events.size(), 4u);
-}
-
-TEST(AgentTrackingLifecycle, AStopFromAnEventHandlerEndsTheSessionOnce) {
-  Harness h;
-  h.onEvent = [&](Kind kind) {
-    if (kind == Kind::update) h.lifecycle->stop();
-  };
-  h.lifecycle->synchronize(false, true);
-  h.runUntilEvents(3);
-  EXPECT_EQ(h.events, (Names{"started", "update 1", "stopped"}));
-  h.lifecycle.reset();  // the worker's pull ends on its stop
-  EXPECT_EQ(h.clock.sleeperCount(), 0u);
 }
 
 TEST(AgentTrackingLifecycle, AStreamThatEndsByItselfEndsLikeAStop) {

@@ -1,6 +1,4 @@
 // Light scans of this machine's real process table.
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -12,6 +10,7 @@
 #include "coralline_kit/agent_tracking_session.h"
 #include "process_core/agent_process_detector.h"
 #include "process_core/process_reader.h"
+#include "process_core/tests/support/forked_child.h"
 #include "process_core/tests/support/temporary_directory.h"
 
 namespace tidewatch {
@@ -19,37 +18,18 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A copy of the shell named `claude` whose child spins, in a process group of its own; the
-// whole group is killed when the handle goes.
-class BusyAgent {
- public:
-  explicit BusyAgent(const std::string& directory) {
-    const std::string program = directory + "/claude";
-    std::filesystem::copy_file(std::filesystem::canonical("/bin/sh"), program);
-    std::filesystem::permissions(program, std::filesystem::perms::owner_exec, std::filesystem::perm_options::add);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::setpgid(0, 0);
-      ::execl(program.c_str(), "claude", "-c", "sh -c 'while :; do :; done' & wait", static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
-  }
-  BusyAgent(const BusyAgent&) = delete;
-  BusyAgent& operator=(const BusyAgent&) = delete;
-  ~BusyAgent() { end(); }
-
-  pid_t pid() const { return pid_; }
-  void end() {
-    if (pid_ <= 0) return;
-    ::kill(-pid_, SIGKILL);
-    ::kill(pid_, SIGKILL);
-    ::waitpid(pid_, nullptr, 0);
-    pid_ = -1;
-  }
-
- private:
-  pid_t pid_ = -1;
-};
+// The setup of a child that runs a copy of the shell named `claude`, whose own child spins for
+// as long as that claude lives (so killing the claude ends both).
+std::function<std::string()> busyClaude(const std::string& directory) {
+  const std::string program = directory + "/claude";
+  std::filesystem::copy_file(std::filesystem::canonical("/bin/sh"), program);
+  std::filesystem::permissions(program, std::filesystem::perms::owner_exec, std::filesystem::perm_options::add);
+  return [program] {
+    ::execl(program.c_str(), "claude", "-c", "sh -c 'while kill -0 $PPID; do :; done' 2>/dev/null & wait",
+            static_cast<char*>(nullptr));
+    return std::string("exec failed");
+  };
+}
 
 bool hasRun(const std::vector<AgentRun>& runs, pid_t pid, AgentRunState state) {
   return std::any_of(runs.begin(), runs.end(), [&](const AgentRun& run) {
@@ -60,38 +40,29 @@ bool hasRun(const std::vector<AgentRun>& runs, pid_t pid, AgentRunState state) {
 TEST(LiveAgentTracking, AClaudeWhoseChildBurnsCPUIsActiveAtTheThirdLookAndFinishedAfterItExits) {
   testing::TemporaryDirectory directory;
   ASSERT_FALSE(directory.path().empty());
-  BusyAgent agent(directory.path());
-  ASSERT_GT(agent.pid(), 0);
+  testing::ForkedChild agent(busyClaude(directory.path()));
   const pid_t pid = agent.pid();
+  ASSERT_GT(pid, 0);
   std::this_thread::sleep_for(100ms);  // the shell has started its child
 
+  AgentTrackingSession session([] { return BatteryMode::batterySaver; });
+  const auto update = session.makeAsyncIterator().next();
+  EXPECT_TRUE(update && update->hasOpenRun) << "the live session's first pull looks at once";
+
   AgentTrackingSession::LiveSource source;
-  const auto first = source.refresh();
-  EXPECT_GT(first.processCount, 2);
-  EXPECT_TRUE(first.hasOpenRun);
+  EXPECT_TRUE(source.refresh().hasOpenRun);
   std::this_thread::sleep_for(300ms);
   EXPECT_FALSE(hasRun(source.refresh().countedRuns, pid, AgentRunState::active)) << "one working look";
   std::this_thread::sleep_for(300ms);
   EXPECT_TRUE(hasRun(source.refresh().countedRuns, pid, AgentRunState::active)) << "two working looks";
-
-  agent.end();
-  const auto after = source.refresh();
-  EXPECT_TRUE(hasRun(after.finished, pid, AgentRunState::finished));
-  EXPECT_FALSE(hasRun(after.countedRuns, pid, AgentRunState::active));
-}
-
-TEST(LiveAgentTracking, TheLiveSessionsFirstPullLooksAtOnce) {
-  AgentTrackingSession session([] { return BatteryMode::batterySaver; });
-  const auto update = session.makeAsyncIterator().next();
-  ASSERT_TRUE(update);
-  EXPECT_GT(update->processCount, 2);
+  agent.reap();
+  EXPECT_TRUE(hasRun(source.refresh().finished, pid, AgentRunState::finished));
 }
 
 // The light reader leaves out only what detection never looks at.
 TEST(LiveAgentTracking, TheLightReaderReadsWhatDetectionNeedsOfEveryProcess) {
   testing::TemporaryDirectory directory;
-  BusyAgent agent(directory.path());
-  std::this_thread::sleep_for(100ms);
+  testing::ForkedChild agent(busyClaude(directory.path()));
   const auto uid = static_cast<uint32_t>(::getuid());
   int compared = 0;
   for (int32_t pid : Libproc::processIDs()) {

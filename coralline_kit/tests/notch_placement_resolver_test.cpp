@@ -23,24 +23,24 @@ ScreenContext notched(double gap, double leftHeight = 32, double rightHeight = 3
 double leftEdge(double gap) { return notched(gap).auxiliaryTopLeft->maxX(); }
 double rightEdge(double gap) { return notched(gap).auxiliaryTopRight->minX(); }
 
-template <typename F>
-ScreenContext with(ScreenContext context, F change) {
-  change(context);
-  return context;
+TEST(NotchPlacementResolver, NothingIsPlacedBesideANarrowNotchOrOnAScreenWithoutOne) {
+  std::vector<ScreenContext> unusable(6, notched(200));
+  unusable[0] = notched(40);
+  unusable[1].isBuiltIn = false;
+  unusable[2].hasNotch = false;
+  unusable[3].isFullScreen = true;
+  unusable[4].auxiliaryTopLeft.reset();
+  unusable[5].auxiliaryTopRight.reset();
+  for (size_t i = 0; i < unusable.size(); ++i) {
+    EXPECT_EQ(resolve(unusable[i]), Decision{MenuBarFallback{}}) << "case " << i;
+    EXPECT_EQ(resolveIsland(unusable[i], 58, 12), IslandDecision{MenuBarFallback{}}) << "case " << i;
+  }
 }
 
 TEST(NotchPlacementResolver, TheOverlayCoversTheGapAtTheTopOfTheScreen) {
-  const std::vector<std::pair<ScreenContext, Decision>> cases = {
-      {notched(200), ShowOverlay{{656, 954, 200, 28}}},
-      {notched(40.1), ShowOverlay{{leftEdge(40.1), 954, rightEdge(40.1) - leftEdge(40.1), 28}}},
-      {notched(40), MenuBarFallback{}},
-      {with(notched(200), [](auto& c) { c.isBuiltIn = false; }), MenuBarFallback{}},
-      {with(notched(200), [](auto& c) { c.hasNotch = false; }), MenuBarFallback{}},
-      {with(notched(200), [](auto& c) { c.isFullScreen = true; }), MenuBarFallback{}},
-      {with(notched(200), [](auto& c) { c.auxiliaryTopLeft.reset(); }), MenuBarFallback{}},
-      {with(notched(200), [](auto& c) { c.auxiliaryTopRight.reset(); }), MenuBarFallback{}},
-  };
-  for (size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(resolve(cases[i].first), cases[i].second) << "case " << i;
+  EXPECT_EQ(resolve(notched(200)), (Decision{ShowOverlay{{656, 954, 200, 28}}}));
+  EXPECT_EQ(resolve(notched(40.1)),
+            (Decision{ShowOverlay{{leftEdge(40.1), 954, rightEdge(40.1) - leftEdge(40.1), 28}}}));
 }
 
 TEST(NotchPlacementResolver, TheIslandsWingsFlankTheNotchAndReachUnderIt) {
@@ -55,16 +55,12 @@ TEST(NotchPlacementResolver, TheIslandsWingsFlankTheNotchAndReachUnderIt) {
       {notched(200, 32, 24), 58, 12, ShowIsland{{{598, 958, 70, 24}, {844, 958, 70, 24}, 58, 12}}},
       {notched(200), 656, 0, ShowIsland{{{0, 950, 656, 32}, {856, 950, 656, 32}, 656, 0}}},
       {notched(200), 656.5, 0, fallback},
-      {notched(40), 58, 12, fallback},
       {notched(40.1), 58, 12, ShowIsland{{{leftEdge(40.1) - 58, 950, 70, 32}, {rightEdge(40.1) - 12, 950, 70, 32}, 58, 12}}},
       {notched(50), 58, 25, fallback},
       {notched(50.1), 58, 25, ShowIsland{{{leftEdge(50.1) - 58, 950, 83, 32}, {rightEdge(50.1) - 25, 950, 83, 32}, 58, 25}}},
       {notched(200), 0, 12, fallback},
       {notched(200), 58, -1, fallback},
       {notched(200, 0, 32), 58, 12, fallback},
-      {with(notched(200), [](auto& c) { c.isFullScreen = true; }), 58, 12, fallback},
-      {with(notched(200), [](auto& c) { c.hasNotch = false; }), 58, 12, fallback},
-      {with(notched(200), [](auto& c) { c.auxiliaryTopRight.reset(); }), 58, 12, fallback},
   };
   for (size_t i = 0; i < cases.size(); ++i) {
     EXPECT_EQ(resolveIsland(cases[i].context, cases[i].w, cases[i].o), cases[i].expected) << "case " << i;
@@ -72,15 +68,13 @@ TEST(NotchPlacementResolver, TheIslandsWingsFlankTheNotchAndReachUnderIt) {
 }
 
 TEST(ScreenCoordinates, FramesMirrorBetweenBottomLeftAndTopLeftOrigins) {
-  // On a 1080-point desktop, a wing 32 high at the very top starts at y 1048 going up, 0 going down.
-  const ScreenRect up{598, 1048, 70, 32};
-  const ScreenRect down{598, 0, 70, 32};
-  EXPECT_EQ(ScreenCoordinates::toTopLeftOrigin(up, 1080), down);
-  EXPECT_EQ(ScreenCoordinates::fromTopLeftOrigin(down, 1080), up);
-  // A screen below the primary one has negative y going up.
-  const ScreenRect lower{0, -768, 1024, 768};
-  EXPECT_EQ(ScreenCoordinates::toTopLeftOrigin(lower, 1080), (ScreenRect{0, 1080, 1024, 768}));
-  EXPECT_EQ(ScreenCoordinates::fromTopLeftOrigin(ScreenCoordinates::toTopLeftOrigin(lower, 1080), 1080), lower);
+  // On a 1080-point desktop: a wing 32 high at the very top, and a screen below the primary one.
+  const std::vector<std::pair<ScreenRect, ScreenRect>> upAndDown = {
+      {{598, 1048, 70, 32}, {598, 0, 70, 32}}, {{0, -768, 1024, 768}, {0, 1080, 1024, 768}}};
+  for (const auto& [up, down] : upAndDown) {
+    EXPECT_EQ(ScreenCoordinates::toTopLeftOrigin(up, 1080), down);
+    EXPECT_EQ(ScreenCoordinates::fromTopLeftOrigin(down, 1080), up);
+  }
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 #include <future>
 #include <thread>
 
-#include "process_core/manual_session_clock.h"
 #include "process_core/one_shot.h"
+#include "process_core/tests/support/session_test_support.h"
 
 namespace tidewatch {
 namespace {
@@ -15,17 +15,8 @@ namespace {
 using namespace std::chrono_literals;
 using WakeReason = PokeableWait::WakeReason;
 
-// Generous: only reached when something hangs.
-constexpr auto hangLimit = 10s;
-
-template <typename T>
-T resultOf(std::future<T>& future) {
-  if (future.wait_for(hangLimit) != std::future_status::ready) {
-    ADD_FAILURE() << "the wait never ended";
-    std::abort();
-  }
-  return future.get();
-}
+using testing::hangLimit;
+using testing::resultOf;
 
 struct Sleeping {
   ManualSessionClock manual;
@@ -92,7 +83,7 @@ TEST(PokeableWait, AClockFailingOnItsOwnLeavesTheSleepToAPoke) {
   }};
   auto reason = std::async(std::launch::async, [&] { return wait.sleep(failing, 1s, {}); });
   while (!clockReturned) std::this_thread::yield();
-  EXPECT_EQ(reason.wait_for(1ms), std::future_status::timeout);
+  EXPECT_TRUE(testing::stillWaiting(reason));
   wait.poke();
   EXPECT_EQ(resultOf(reason), WakeReason::poked);
 }

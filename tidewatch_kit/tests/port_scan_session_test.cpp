@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <deque>
 #include <future>
 
-#include "process_core/manual_session_clock.h"
+#include "process_core/tests/support/session_test_support.h"
 #include "tidewatch_kit/tests/listener_rows.h"
 
 namespace tidewatch {
@@ -16,101 +14,22 @@ namespace {
 using namespace std::chrono_literals;
 using testing::Row;
 using Trigger = ScanFrame::Trigger;
-using Pull = std::future<std::optional<ScanFrame>>;
+using testing::resultOf;
+using testing::stillWaiting;
 
-constexpr auto hangLimit = 10s;  // reached only when something hangs
 const Date t0 = Date(std::chrono::seconds(1'800'000'000));
-
-template <typename T>
-T resultOf(std::future<T>& future) {
-  if (future.wait_for(hangLimit) != std::future_status::ready) {
-    ADD_FAILURE() << "the pull never ended";
-    std::abort();
-  }
-  return future.get();
-}
 
 ScanResult scanAt(Date at, std::vector<PortListener> listeners = {}) {
   return ScanResult{std::move(listeners), {}, at, 100, {}};
 }
 
-// A scan that answers from a plan (absent: it throws), and that can be held until released. Its
-// state is shared with the scan's own thread, which may outlive the session.
-class FakeScan {
- public:
-  struct State {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<std::optional<ScanResult>> plan;
-    bool holding = false;
-    int releases = 0, started = 0, finished = 0;
-  };
+using Calls = testing::PlannedOperation<ScanResult>::State;
 
-  std::function<ScanResult()> operation() {
-    return [s = state_] {
-      std::unique_lock lock(s->mutex);
-      ++s->started;
-      s->changed.notify_all();
-      s->changed.wait(lock, [&] { return !s->holding || s->releases > 0; });
-      if (s->holding) --s->releases;
-      auto outcome = s->plan.empty() ? std::optional(scanAt(t0)) : s->plan.front();
-      if (!s->plan.empty()) s->plan.pop_front();
-      ++s->finished;
-      s->changed.notify_all();
-      if (!outcome) throw std::runtime_error("no processes");
-      return *outcome;
-    };
-  }
-
-  template <typename F>
-  auto locked(F f) {
-    std::lock_guard lock(state_->mutex);
-    state_->changed.notify_all();
-    return f();
-  }
-  void plan(std::optional<ScanResult> outcome) { locked([&] { state_->plan.push_back(std::move(outcome)); }); }
-  void hold() { locked([&] { state_->holding = true; }); }
-  void release() { locked([&] { ++state_->releases; }); }
-  int started() { return locked([&] { return state_->started; }); }
-  void waitUntil(int State::*counter, int count) {
-    std::unique_lock lock(state_->mutex);
-    ASSERT_TRUE(state_->changed.wait_for(lock, hangLimit, [&] { return (*state_).*counter >= count; }));
-  }
-
- private:
-  std::shared_ptr<State> state_ = std::make_shared<State>();
-};
-
-struct Harness {
-  ManualSessionClock manual;
-  FakeScan scan;
-  std::atomic<bool> lowPower = false;
-  std::atomic<BatteryMode> mode = BatteryMode::balanced;
-  PortScanSession session;
-  PortScanSession::AsyncIterator iterator = session.makeAsyncIterator();
-
+struct Harness : testing::SessionHarness<PortScanSession, ScanResult> {
   explicit Harness(std::optional<DefaultFilterSetting> setting = std::nullopt,
                    std::optional<FilterCategory> lastUsed = std::nullopt)
-      : session({scan.operation(), manual.clock(), [this] { return lowPower.load(); }, [this] { return mode.load(); }},
-                setting, lastUsed) {}
-
-  Pull pull(std::stop_token stop = {}) {
-    return std::async(std::launch::async, [this, stop] { return iterator.next(stop); });
-  }
-  std::optional<ScanFrame> pullNow(std::stop_token stop = {}) {
-    auto pending = pull(stop);
-    return resultOf(pending);
-  }
-  // A pull that has to wait out a sleep of `interval` on the clock.
-  std::optional<ScanFrame> pullAfter(SessionClock::Duration interval) {
-    auto pending = pull();
-    EXPECT_TRUE(manual.waitForSleepers(1));
-    manual.advance(interval);
-    return resultOf(pending);
-  }
+      : SessionHarness(setting, lastUsed) {}
 };
-
-bool stillWaiting(Pull& pull) { return pull.wait_for(1ms) == std::future_status::timeout; }
 
 TEST(PortScanSession, TheFirstPullScansAtOnceAndAnEarlierPokeIsForgotten) {
   Harness h;
@@ -147,17 +66,17 @@ TEST(PortScanSession, APokeDuringASleepEndsItAndItsTickNeverComes) {
 
 TEST(PortScanSession, PokesDuringAScanYieldOneMoreScanWithoutSleeping) {
   Harness h;
-  h.scan.hold();
+  h.operation.hold();
   auto first = h.pull();
-  h.scan.waitUntil(&FakeScan::State::started, 1);
+  h.operation.waitUntil(&Calls::started, 1);
   h.session.poke();
   h.session.poke();
-  h.scan.release();
+  h.operation.release();
   EXPECT_EQ(resultOf(first)->trigger, Trigger::initial);
-  h.scan.release();
+  h.operation.release();
   EXPECT_EQ(h.pullNow()->trigger, Trigger::poke);
   EXPECT_TRUE(h.manual.requestedSleeps().empty());
-  h.scan.release();
+  h.operation.release();
   EXPECT_EQ(h.pullAfter(1s)->trigger, Trigger::cadence) << "two pokes made one extra scan, not two";
 }
 
@@ -167,7 +86,7 @@ TEST(PortScanSession, APokeRacingTheWakeIsAbsorbedByThatScan) {
   h.manual.onElapsed([&] { h.session.poke(); });
   ASSERT_TRUE(h.pullAfter(1s));
   h.manual.onElapsed(nullptr);
-  EXPECT_EQ(h.scan.started(), 2);
+  EXPECT_EQ(h.operation.started(), 2);
   EXPECT_EQ(h.pullAfter(1s)->trigger, Trigger::cadence) << "no scan was left owed";
 }
 
@@ -175,30 +94,30 @@ TEST(PortScanSession, SecondIteratorsAndConcurrentPullsEndAtOnceAndDisturbNothin
   Harness h;
   auto second = h.session.makeAsyncIterator();
   EXPECT_EQ(second.next(), std::nullopt);
-  h.scan.hold();
+  h.operation.hold();
   auto first = h.pull();
-  h.scan.waitUntil(&FakeScan::State::started, 1);
+  h.operation.waitUntil(&Calls::started, 1);
   EXPECT_EQ(h.iterator.next(), std::nullopt);
-  h.scan.release();
+  h.operation.release();
   EXPECT_EQ(resultOf(first)->trigger, Trigger::initial);
-  h.scan.release();
+  h.operation.release();
   EXPECT_EQ(h.pullAfter(1s)->trigger, Trigger::cadence);
   EXPECT_EQ(second.next(), std::nullopt);
 }
 
 TEST(PortScanSession, CancellingDuringAScanEndsThePullAtOnceAndDropsTheLateValue) {
   Harness h;
-  h.scan.hold();
+  h.operation.hold();
   std::stop_source consumer;
   auto pending = h.pull(consumer.get_token());
-  h.scan.waitUntil(&FakeScan::State::started, 1);
+  h.operation.waitUntil(&Calls::started, 1);
   consumer.request_stop();
   EXPECT_EQ(resultOf(pending), std::nullopt) << "ended while the scan still runs";
-  h.scan.release();
-  h.scan.waitUntil(&FakeScan::State::finished, 1);
+  h.operation.release();
+  h.operation.waitUntil(&Calls::finished, 1);
   h.session.poke();
   EXPECT_EQ(h.pullNow(), std::nullopt) << "the stream is over for good";
-  EXPECT_EQ(h.scan.started(), 1);
+  EXPECT_EQ(h.operation.started(), 1);
 }
 
 TEST(PortScanSession, CancellingBeforeOrDuringASleepEndsTheStream) {
@@ -214,15 +133,15 @@ TEST(PortScanSession, CancellingBeforeOrDuringASleepEndsTheStream) {
 
   Harness early;
   EXPECT_EQ(early.pullNow(consumer.get_token()), std::nullopt);
-  EXPECT_EQ(early.scan.started(), 0);
+  EXPECT_EQ(early.operation.started(), 0);
 }
 
 TEST(PortScanSession, FailedFramesKeepTheCadenceAndTheStartingFilterArmed) {
   Harness h(DefaultFilterSetting::agents);
   const std::vector<PortListener> rows = {Row(40, 3000).agent(AgentKind::codex)};
-  h.scan.plan(std::nullopt);
-  h.scan.plan(scanAt(t0, rows));
-  h.scan.plan(scanAt(t0 + 1s, rows));
+  h.operation.plan(std::nullopt);
+  h.operation.plan(scanAt(t0, rows));
+  h.operation.plan(scanAt(t0 + 1s, rows));
 
   const auto failed = h.pullNow();
   ASSERT_TRUE(failed && failed->failed()) << "any throw of the scan is a failed frame";
@@ -241,10 +160,10 @@ TEST(PortScanSession, TheStartingFilterCountsVisibleAttributedRowsOnly) {
   const PortListener hiddenAgent = Row(1, 1).agent(AgentKind::claude).hidden();
   const PortListener visibleAgent = Row(1, 1).agent(AgentKind::claude);
   Harness withHidden;
-  withHidden.scan.plan(scanAt(t0, {hiddenAgent}));
+  withHidden.operation.plan(scanAt(t0, {hiddenAgent}));
   EXPECT_EQ(withHidden.pullNow()->startingFilter, FilterCategory::all);
   Harness withVisible;
-  withVisible.scan.plan(scanAt(t0, {visibleAgent}));
+  withVisible.operation.plan(scanAt(t0, {visibleAgent}));
   EXPECT_EQ(withVisible.pullNow()->startingFilter, FilterCategory::agents);
   Harness remembered(DefaultFilterSetting::lastUsed, FilterCategory::go);
   EXPECT_EQ(remembered.pullNow()->startingFilter, FilterCategory::go);
@@ -273,8 +192,8 @@ TEST(PortScanSession, ActivityFoldsAcrossFramesWithoutPools) {
     return std::vector<PortListener>{Row(1, 3000).cpu(cpu), Row(2, 4000), Row(3, 5000).cpu(cpu).pool(3),
                                      Row(4, 631).cpu(cpu / 2).hidden()};
   };
-  h.scan.plan(scanAt(t0, rows(1'000'000'000)));
-  h.scan.plan(scanAt(t0 + 2s, rows(2'000'000'000)));
+  h.operation.plan(scanAt(t0, rows(1'000'000'000)));
+  h.operation.plan(scanAt(t0 + 2s, rows(2'000'000'000)));
   const auto ids = rows(0);
 
   const auto first = h.pullNow();
@@ -311,7 +230,7 @@ TEST(PortScanSession, PokesFromAnotherThreadRacingThePullsStayConsistent) {
   auto puller = std::async(std::launch::async, [&] {
     while (h.iterator.next(consumer.get_token())) ++frames;
   });
-  while (h.scan.started() < 200) h.manual.advance(1s);
+  while (h.operation.started() < 200) h.manual.advance(1s);
   consumer.request_stop();
   resultOf(puller);
   done = true;
