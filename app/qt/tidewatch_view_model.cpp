@@ -596,6 +596,15 @@ void TidewatchViewModel::focusHost(const QString& rowID) {
   });
 }
 
+void TidewatchViewModel::scopeToAgent(const QString& sessionID) {
+  const auto found = session(sessionID);
+  if (!found || !found->processIdentity) return;
+  setExactScope(ExactScope{*found->processIdentity, found->provider});
+  setPanelMode(PanelMode::ports);
+}
+
+void TidewatchViewModel::clearAgentScope() { setExactScope(std::nullopt); }
+
 void TidewatchViewModel::viewProviderPorts(const QString& sessionID) {
   const auto found = session(sessionID);
   if (!found) return;

@@ -137,6 +137,9 @@ class TidewatchViewModel : public QObject {
   Q_INVOKABLE void requestStopAgent(const QString& sessionID);
   Q_INVOKABLE void focusAgentHost(const QString& sessionID);
   Q_INVOKABLE void viewProviderPorts(const QString& sessionID);
+  // Shows only the ports of the session's own process ("Remove scope" clears it).
+  Q_INVOKABLE void scopeToAgent(const QString& sessionID);
+  Q_INVOKABLE void clearAgentScope();
   Q_INVOKABLE void focusHost(const QString& rowID);
 
   // The same in C++ terms, for the callers that hold the requests.

@@ -249,5 +249,69 @@ TEST_F(ViewModelTest, AgentStopsAreOfferedOnlyForTheOneSessionOfAProcess) {
   EXPECT_EQ(model->panelMode(), "ports");
 }
 
+TEST_F(ViewModelTest, ChoicesRebuildTheRowsAndScopeFollowsItsAgent) {
+  auto* rows = qobject_cast<KeyedListModel*>(model->listeners());
+  QAbstractItemModelTester tester(rows, QAbstractItemModelTester::FailureReportingMode::Fatal);
+  PortListener hidden = server(54, 53);
+  hidden.visibility = VisibilityClass::hiddenSystemBackground;
+  PortListener agentOwned = server(55, 5173);
+  agentOwned.agentProcess = AgentProcessIdentity{{70, 1, 0}, AgentKind::codex};
+  agentOwned.agentOrigin = AgentKind::codex;
+  PortListener pool = Row(56, 8000).path("/opt/web/worker").pool(3);
+  pool.process.uid = 1000;
+  pool.process.sameUser = true;
+  pool.parentIdentity = ProcessIdentity{51, 1, 0};
+  model->prepareForMonitoring();
+  model->apply(frame({server(52, 3000), hidden, agentOwned, pool}));
+  EXPECT_EQ(rows->rowCount(), 3);
+
+  QSignalSpy sortChanged(model.get(), &TidewatchViewModel::sortModeChanged);
+  model->setSortMode("memory");
+  model->setSortMode("sideways");  // not a mode: ignored
+  EXPECT_EQ(sortChanged.count(), 1);
+  EXPECT_EQ(model->sortMode(), "memory");
+  model->setShowSystem(true);
+  EXPECT_EQ(rows->rowCount(), 4) << "hidden rows on request";
+  model->setSearchText("5173");
+  EXPECT_EQ(keys(*rows), std::vector<std::string>{agentOwned.id()});
+  model->setSearchText("");
+
+  // The pool offers its own stop, the list its visible stop; cancel forgets either.
+  EXPECT_FALSE(model->offerKill(QString::fromStdString(pool.id())));
+  ASSERT_TRUE(model->offerStopPool(QString::fromStdString(pool.id())));
+  EXPECT_EQ(model->pendingConfirmation(), "stopPool");
+  ASSERT_TRUE(model->offerStopVisible());
+  EXPECT_EQ(model->pendingConfirmation(), "stopVisible");
+  model->cancelConfirmation();
+  EXPECT_EQ(model->pendingConfirmation(), "");
+  EXPECT_TRUE(model->confirmation().isEmpty());
+
+  // An agent's scope shows its process's ports and follows a re-attribution of its provider.
+  auto inventory = inventoryWith({{"s", 70}});
+  inventory.sessions[0].processIdentity = agentOwned.agentProcess;
+  model->inventoryPublished(inventory);
+  model->scopeToAgent(sessionID("s"));
+  EXPECT_EQ(keys(*rows), std::vector<std::string>{agentOwned.id()});
+  agentOwned.agentOrigin = AgentKind::claude;
+  model->apply(frame({agentOwned}));
+  EXPECT_EQ(model->exactAgentScope(), QString::fromStdString(agentOwned.agentProcess->stableID()));
+  model->apply(frame({server(52, 3000)}));
+  EXPECT_EQ(rows->rowCount(), 0) << "the scope stays when the agent is gone";
+  model->clearAgentScope();
+  EXPECT_EQ(rows->rowCount(), 1);
+
+  model->setAgentFilter("codex");
+  EXPECT_EQ(model->agentFilter(), "codex");
+  EXPECT_EQ(qobject_cast<KeyedListModel*>(model->agents())->rowCount(), 0) << "the session is Claude's";
+  model->setExpandedAgentSessionID(sessionID("s"));
+  model->selectPanelMode("ports");
+  EXPECT_EQ(model->expandedAgentSessionID(), "") << "leaving the agents closes the expanded row";
+
+  model->focusHost(QString::fromStdString(server(52, 3000).id()));
+  executor->runUntilIdle();
+  EXPECT_EQ(activated, std::vector<int32_t>{50});
+  EXPECT_EQ(model->displayFields().value("port").toBool(), true);
+}
+
 }  // namespace
 }  // namespace tidewatch
