@@ -452,35 +452,20 @@ void TidewatchViewModel::persistLastUsedFilter() {
   (void)d_.defaults.set(std::string(lastUsedFilterKey), std::string(rawValue(filter_)));
 }
 
-bool TidewatchViewModel::offerKill(const QString& rowID) {
+template <typename Request>
+bool TidewatchViewModel::offer(const QString& rowID, std::optional<Request> Pending::*slot) {
   auto row = listener(rowID);
-  auto request = row ? KillRequest::request(*row, d_.context) : std::nullopt;
+  auto request = row ? Request::request(*row, d_.context) : std::nullopt;
   if (!request) return false;
   pending_ = {};
-  pending_.kill = std::move(request);
+  pending_.*slot = std::move(request);
   Q_EMIT pendingChanged();
   return true;
 }
 
-bool TidewatchViewModel::offerForceKill(const QString& rowID) {
-  auto row = listener(rowID);
-  auto request = row ? ForceKillRequest::request(*row, d_.context) : std::nullopt;
-  if (!request) return false;
-  pending_ = {};
-  pending_.forceKill = std::move(request);
-  Q_EMIT pendingChanged();
-  return true;
-}
-
-bool TidewatchViewModel::offerStopPool(const QString& rowID) {
-  auto row = listener(rowID);
-  auto request = row ? StopPoolRequest::request(*row, d_.context) : std::nullopt;
-  if (!request) return false;
-  pending_ = {};
-  pending_.stopPool = std::move(request);
-  Q_EMIT pendingChanged();
-  return true;
-}
+bool TidewatchViewModel::offerKill(const QString& rowID) { return offer(rowID, &Pending::kill); }
+bool TidewatchViewModel::offerForceKill(const QString& rowID) { return offer(rowID, &Pending::forceKill); }
+bool TidewatchViewModel::offerStopPool(const QString& rowID) { return offer(rowID, &Pending::stopPool); }
 
 bool TidewatchViewModel::offerStopVisible() {
   if (!result_) return false;

@@ -194,6 +194,9 @@ class TidewatchViewModel : public QObject {
 
   template <typename Outcome, typename Request>
   void runAction(std::function<Outcome(const Request&)> operation, Request request);
+  // Fills one pending request from the row, as its menu offers it.
+  template <typename Request>
+  bool offer(const QString& rowID, std::optional<Request> Pending::*slot);
   void setKillNotice(std::optional<std::string> notice);
   void setPanelMode(PanelMode mode);
   void setExactScope(std::optional<ExactScope> scope);
