@@ -116,21 +116,42 @@ std::vector<AgentSessionSnapshot> AgentInventorySnapshot::ambientSessions() cons
   return ambient;
 }
 
-AgentStopAvailability AgentInventorySnapshot::stopAvailability(const AgentSessionSnapshot& session) const {
+namespace {
+
+// The one rule, given how many current sessions the session's process backs.
+AgentStopAvailability stopAvailabilityOf(const AgentSessionSnapshot& session, int sessionsOnProcess) {
   if (session.state == AgentSessionState::recentlyFinished) return AgentStopAvailability::finished;
   if (!session.processIdentity) return AgentStopAvailability::noLocalProcess;
-  int sharing = 0;
-  for (const auto& other : sessions) {
-    if (other.state != AgentSessionState::recentlyFinished && other.processIdentity == session.processIdentity) {
-      ++sharing;
+  return sessionsOnProcess == 1 ? AgentStopAvailability::available : AgentStopAvailability::sharedProcess;
+}
+
+// Current sessions by process, counted in one pass.
+std::map<AgentProcessIdentity, int> sessionsByProcess(const std::vector<AgentSessionSnapshot>& sessions) {
+  std::map<AgentProcessIdentity, int> counts;
+  for (const auto& session : sessions) {
+    if (session.state != AgentSessionState::recentlyFinished && session.processIdentity) {
+      ++counts[*session.processIdentity];
     }
   }
-  return sharing == 1 ? AgentStopAvailability::available : AgentStopAvailability::sharedProcess;
+  return counts;
+}
+
+}  // namespace
+
+AgentStopAvailability AgentInventorySnapshot::stopAvailability(const AgentSessionSnapshot& session) const {
+  const auto counts = sessionsByProcess(sessions);
+  const auto found = session.processIdentity ? counts.find(*session.processIdentity) : counts.end();
+  return stopAvailabilityOf(session, found == counts.end() ? 0 : found->second);
 }
 
 std::map<std::string, AgentStopAvailability> AgentInventorySnapshot::stopAvailabilityByID() const {
+  const auto counts = sessionsByProcess(sessions);
   std::map<std::string, AgentStopAvailability> byID;
-  for (const auto& session : sessions) byID.insert_or_assign(session.id.stableID(), stopAvailability(session));
+  for (const auto& session : sessions) {
+    const auto found = session.processIdentity ? counts.find(*session.processIdentity) : counts.end();
+    byID.insert_or_assign(session.id.stableID(),
+                          stopAvailabilityOf(session, found == counts.end() ? 0 : found->second));
+  }
   return byID;
 }
 
