@@ -80,7 +80,7 @@ class AgentProviderConnectionStore {
     std::string homeDirectory;
     // Where the running program lives; hooks reach it only when this is installation.installedLocation.
     std::string bundlePath;
-    DefaultsStore defaults;
+    DefaultsStore defaults{""};
     std::function<Date()> now;
     AgentHookInstallation installation;
     // The runtime directories for homeDirectory: the desired socket and the owned candidates.

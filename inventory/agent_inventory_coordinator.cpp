@@ -206,6 +206,13 @@ void AgentInventoryCoordinator::providerDisconnected(AgentKind provider) {
       [provider](Core& core) { core.reducer.providerDisconnected(provider, core.dependencies.now()); });
 }
 
+void AgentInventoryCoordinator::whenSettled(std::function<void()> work) {
+  core_->enqueue([work = std::move(work)](std::function<void()> finished) {
+    work();
+    finished();
+  });
+}
+
 void AgentInventoryCoordinator::shutDown() {
   core_->ended = true;
   core_->cancelExpiry();

@@ -52,6 +52,9 @@ class AgentInventoryCoordinator {
   void applyTrackingUpdate(const AgentTrackingUpdateFacts& facts);
   void setProviderConnections(std::vector<AgentProviderConnection> connections);
   void providerDisconnected(AgentKind provider);
+  // Runs `work` on the main thread once every step queued before it has been applied; never
+  // after a shut-down.
+  void whenSettled(std::function<void()> work);
   // Voids every queued step and the expiry timer; final.
   void shutDown();
 

@@ -1,7 +1,5 @@
 #include "inventory/agent_inventory_host.h"
 
-#include <algorithm>
-
 namespace tidewatch {
 
 AgentInventoryHost::Parts AgentInventoryHost::Parts::live(std::shared_ptr<MainExecutor> executor) {
@@ -15,11 +13,13 @@ AgentInventoryHost::Parts AgentInventoryHost::Parts::live(std::shared_ptr<MainEx
       .connections = std::move(environment),
       .inventory = AgentInventoryCoordinator::Dependencies::live(),
       .hookOrigin = [](int32_t parentPID) { return AgentInventoryCoordinator::liveHookOrigin(parentPID); },
+      .intakeOpen = {},
   };
 }
 
 AgentInventoryHost::AgentInventoryHost(Parts parts)
     : executor_(parts.executor),
+      intakeOpen_(std::move(parts.intakeOpen)),
       connections_(std::move(parts.connections)),
       inventory_(parts.executor, std::move(parts.inventory)),
       server_(std::move(parts.paths), std::move(parts.server),
@@ -49,8 +49,16 @@ AgentInventoryHost::AgentInventoryHost(Parts parts)
 AgentInventoryHost::~AgentInventoryHost() { stop(); }
 
 std::optional<AgentHookSocketServer::StartFailure> AgentInventoryHost::syncHookServer() {
-  const bool wanted = std::any_of(std::begin(allAgentKinds), std::end(allAgentKinds),
-                                  [this](AgentKind provider) { return connections_.isConfigured(provider); });
+  const bool open = intakeOpen();
+  bool wanted = false;
+  for (AgentKind provider : allAgentKinds) {
+    if (open && connections_.isConfigured(provider)) {
+      wanted = true;
+    } else {
+      inventory_.providerDisconnected(provider);
+    }
+  }
+  inventory_.setProviderConnections(connections_.connections());
   if (!wanted) {
     server_.stop();
     connections_.setReceiverFailure(std::nullopt);
@@ -70,8 +78,9 @@ void AgentInventoryHost::stop() {
 
 void AgentInventoryHost::route(const AgentHookProtocol::Envelope& envelope,
                                const AgentInventoryCoordinator::HookOrigin& origin, Date at) {
-  // An event of a provider the user has not connected goes no further.
-  if (!connections_.isConfigured(envelope.provider)) return;
+  // An event of a provider the user has not connected, or before onboarding is through, goes no
+  // further.
+  if (!intakeOpen() || !connections_.isConfigured(envelope.provider)) return;
   connections_.recordEnvelope(envelope, at);
   if (envelope.event == AgentHookProtocol::EventKind::connectionTest) return;
   inventory_.applyHookEnvelope(envelope, origin, at);

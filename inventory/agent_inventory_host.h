@@ -31,6 +31,9 @@ class AgentInventoryHost {
     AgentInventoryCoordinator::Dependencies inventory;
     // Where an event with this parent pid came from; on the server's thread.
     std::function<AgentInventoryCoordinator::HookOrigin(int32_t parentPID)> hookOrigin;
+    // Whether events are taken in at all; the application opens it once onboarding is through.
+    // Absent: always open.
+    std::function<bool()> intakeOpen;
 
     // This machine's: the user's runtime directory, settings files and process table.
     static Parts live(std::shared_ptr<MainExecutor> executor);
@@ -42,8 +45,9 @@ class AgentInventoryHost {
   AgentInventoryHost(const AgentInventoryHost&) = delete;
   AgentInventoryHost& operator=(const AgentInventoryHost&) = delete;
 
-  // On the main thread. Runs the hook server exactly while a provider is connected; the reason
-  // when it could not start (also handed to the connection store as its receiver failure).
+  // On the main thread. Runs the hook server exactly while the intake is open and a provider is
+  // connected, and lets the inventory forget every provider that is not; the reason when the
+  // server could not start (also handed to the connection store as its receiver failure).
   std::optional<AgentHookSocketServer::StartFailure> syncHookServer();
   bool isReceivingHooks();
   void stop();
@@ -64,8 +68,10 @@ class AgentInventoryHost {
   void route(const AgentHookProtocol::Envelope& envelope, const AgentInventoryCoordinator::HookOrigin& origin,
              Date at);
   void connectionsChanged();
+  bool intakeOpen() const { return !intakeOpen_ || intakeOpen_(); }
 
   std::shared_ptr<MainExecutor> executor_;
+  std::function<bool()> intakeOpen_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   AgentProviderConnectionStore connections_;
   AgentInventoryCoordinator inventory_;

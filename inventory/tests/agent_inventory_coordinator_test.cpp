@@ -69,14 +69,18 @@ TEST_F(CoordinatorTest, ASlowProbeDelaysLaterStepsButNeverReordersThem) {
   ScanResult scan;
   scan.scannedAt = now;
   coordinator->applyScan(scan);
+  size_t publishedWhenSettled = 0;
+  coordinator->whenSettled([&] { publishedWhenSettled = published.size(); });
   event(EventKind::promptSubmitted, "after");
   executor->runUntilIdle();
   EXPECT_EQ(published.size(), 1u) << "the scan waits for its probe, and the event waits behind it";
+  EXPECT_EQ(publishedWhenSettled, 0u) << "settled only once the scan applied";
   ASSERT_EQ(background.size(), 1u);
 
   runBackground();  // the shell has gone
   EXPECT_EQ(probed, std::vector<ProcessIdentity>{shell});
   executor->runUntilIdle();
+  EXPECT_EQ(publishedWhenSettled, 2u) << "after the scan, before the event queued behind it";
   ASSERT_EQ(published.size(), 3u);
   EXPECT_EQ(published[1], std::vector<std::string>{"hook:r finished hook claude"}) << "the scan first";
   EXPECT_EQ(published[2], (std::vector<std::string>{"hook:after working hook claude", "hook:r finished hook claude"}));
@@ -90,10 +94,13 @@ TEST_F(CoordinatorTest, ShutDownDuringAProbeVoidsTheScanAndAllThatIsQueued) {
   coordinator->applyScan(ScanResult{});
   executor->runUntilIdle();
   event(EventKind::promptSubmitted, "queued");
+  bool settled = false;
+  coordinator->whenSettled([&] { settled = true; });
   coordinator->shutDown();
   runBackground();
   executor->runUntilIdle();
   EXPECT_EQ(published.size(), 1u);
+  EXPECT_FALSE(settled);
   EXPECT_EQ(rows(coordinator->snapshot()), std::vector<std::string>{"hook:r working hook claude"});
   coordinator->applyScanFailure();
   executor->runUntilIdle();

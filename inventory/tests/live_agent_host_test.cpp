@@ -51,6 +51,7 @@ class LiveAgentHost : public testing::LiveHome {
               ++arrivals_;
               return AgentInventoryCoordinator::liveHookOrigin(parentPID);
             },
+        .intakeOpen = {},
     });
     host_->onSnapshot = [this](const AgentInventorySnapshot& snapshot) { published_.push_back(snapshot); };
   }
