@@ -1,0 +1,233 @@
+#include "app/qt/app_delegate.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "process_core/tests/support/temporary_directory.h"
+
+namespace tidewatch {
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+const ScreenRect screen{0, 0, 1920, 1080};
+const PanelAnchor underIcon{{1000, 1048, 24, 32}, {0, 0, 1920, 1048}, screen};
+
+Date wallClock() { return std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now()); }
+
+// A delegate over a scratch home: its own settings, runtime directory and socket, with loops and a
+// window that only record what they are told.
+class AppDelegateTest : public ::testing::Test {
+ protected:
+  void launch() {
+    fs::create_directories(home);
+    ::chmod(home.c_str(), 0700);
+    AppDelegate::Dependencies d;
+    d.executor = executor;
+    d.defaults = defaults;
+    const auto installation = AgentHookInstallation::linuxInstalled("/usr/local/bin/tidewatch");
+    d.host = AgentInventoryHost::Parts{
+        .executor = executor,
+        .paths = AgentHookPaths{home + "/run", home + "/run/agent-events.sock"},
+        .server = AgentHookSocketServer::Dependencies::live(),
+        .connections =
+            {
+                .homeDirectory = home,
+                .bundlePath = installation.installedLocation,
+                .defaults = defaults,
+                .now = wallClock,
+                .installation = installation,
+                .hookPaths = {home + "/run", home + "/run", true},
+                .files = AgentHookConfigurator::FileOperations::live(),
+                .sendInBackground = [](std::string, std::string, double, std::function<void(bool)>) {},
+            },
+        .inventory =
+            {
+                .now = wallClock,
+                .isProcessCurrent = [](const ProcessIdentity&) { return false; },
+                .runInBackground = [](std::function<void()> work) { work(); },
+            },
+        .hookOrigin = [](int32_t) { return AgentInventoryCoordinator::HookOrigin{}; },
+        .intakeOpen = {},
+    };
+    d.viewModel.executor = executor;
+    d.viewModel.defaults = defaults;
+    d.viewModel.now = wallClock;
+    d.makeLoops = [this](MonitoringSinks given) {
+      sinks = std::move(given);
+      return MonitoringLoops{
+          .synchronizePanelScan = [this](bool shown,
+                                         bool list) { loops.push_back(std::string("scan ") + (shown && list ? "on" : "off")); },
+          .pokePanelScan = [this] { loops.push_back("poke"); },
+          .stopPanelScan = [this] { loops.push_back("stop scan"); },
+          .synchronizeTracking =
+              [this](bool suspended, bool enabled) {
+                loops.push_back(std::string("tracking ") + (!suspended && enabled ? "on" : "off"));
+              },
+          .stopTracking = [this] { loops.push_back("stop tracking"); },
+      };
+    };
+    d.launchAtLogin.status = [this] { return atLogin; };
+    d.shortcut = {
+        .installHandler = [](std::function<void()>) {},
+        .removeHandler = [] {},
+        .registerHotKey = [](uint32_t, uint32_t) { return GlobalShortcutManager::Registration::unavailable; },
+        .unregisterHotKey = [] {},
+    };
+    d.updates = {.available = true,
+                 .automaticallyChecks = [this] { return updateChecks; },
+                 .setAutomaticallyChecks = [this](bool on) { updateChecks = on; }};
+    delegate = std::make_unique<AppDelegate>(
+        d, AppDelegate::Shell{
+               .panel =
+                   {
+                       .isVisible = [this] { return visible; },
+                       .setFrame = [](const ScreenRect&) {},
+                       .orderFront = [this] { visible = true; },
+                       .makeKey = [] {},
+                       .orderOut = [this] { visible = false; },
+                   },
+               .setHighlighted = [this](bool on) { highlighted = on; },
+               .quit = [] {},
+               .currentAnchor = [] { return underIcon; },
+           });
+    delegate->applicationDidFinishLaunching();
+    executor->runUntilIdle();
+  }
+
+  void onboard() {
+    defaults.set("launchAtLoginOfferCompleted", true);
+    defaults.set("tidewatchOnboardingComplete", true);
+  }
+
+  // The loops' calls since the last look.
+  std::vector<std::string> takeLoops() { return std::exchange(loops, {}); }
+  bool listening() const { return fs::exists(home + "/run/agent-events.sock"); }
+
+  testing::TemporaryDirectory scratch;
+  const std::string home = scratch.path() + "/home";
+  DefaultsStore defaults{scratch.path() + "/defaults.json"};
+  std::shared_ptr<ManualMainExecutor> executor = std::make_shared<ManualMainExecutor>();
+  MonitoringSinks sinks;
+  std::vector<std::string> loops;
+  LaunchAtLoginReconciler::SystemStatus atLogin = LaunchAtLoginReconciler::SystemStatus::notRegistered;
+  bool updateChecks = true;
+  bool visible = false;
+  bool highlighted = false;
+  std::unique_ptr<AppDelegate> delegate;
+};
+
+TEST_F(AppDelegateTest, AFirstLaunchRunsNothingUntilOnboardingIsThrough) {
+  defaults.set("agentConnections.claude.configured", true);
+  defaults.set("display.menuBarIcon", "waves");
+  atLogin = LaunchAtLoginReconciler::SystemStatus::enabled;
+  launch();
+  EXPECT_FALSE(defaults.valueForKey("display.menuBarIcon")) << "an old key goes at each start";
+  EXPECT_TRUE(defaults.boolForKey("launchAtLoginEnabled")) << "rewritten from the system";
+  EXPECT_FALSE(updateChecks) << "no update check before onboarding";
+  EXPECT_FALSE(listening()) << "a connected provider waits for onboarding";
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"scan off", "tracking off"}));
+
+  delegate->togglePopover(underIcon);
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"tracking off", "scan off"})) << "the offer shows: neither loop";
+  EXPECT_TRUE(highlighted);
+
+  onboard();
+  delegate->onboardingGateChanged();
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"tracking off", "scan on"}));
+  EXPECT_TRUE(updateChecks);
+  EXPECT_TRUE(listening());
+}
+
+TEST_F(AppDelegateTest, OneLoopAtATimeTheRunningOneStoppedFirst) {
+  onboard();
+  defaults.set("display.showAgentActivity", true);
+  launch();
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"scan off", "tracking on"}));
+
+  delegate->togglePopover(underIcon);
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"tracking off", "scan on"}));
+  EXPECT_FALSE(delegate->reveal().isRevealed()) << "one turn at alpha 0 first";
+  executor->runUntilIdle();
+  EXPECT_TRUE(delegate->reveal().isRevealed());
+  delegate->viewModel().requestScan();
+  EXPECT_EQ(takeLoops(), std::vector<std::string>{"poke"});
+
+  delegate->togglePopover(underIcon);  // closes, with a fade
+  EXPECT_TRUE(takeLoops().empty()) << "still fading";
+  executor->advance(150ms);
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"scan off", "tracking on"}));
+  EXPECT_FALSE(highlighted);
+  EXPECT_FALSE(visible);
+
+  // Reopened during a fade: the window stays, the loops are settled at once.
+  delegate->togglePopover(underIcon);
+  executor->runUntilIdle();
+  EXPECT_TRUE(delegate->reveal().isRevealed());
+  takeLoops();
+  delegate->outsideInteraction(PanelPlacement::Point{5, 5});
+  delegate->togglePopover(underIcon);
+  EXPECT_TRUE(delegate->reveal().isRevealed());
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"tracking off", "scan on"}));
+  executor->advance(1s);
+  EXPECT_TRUE(visible) << "the stale fade did not close it";
+
+  delegate->dismissNow();
+  EXPECT_FALSE(visible) << "Escape closes at once";
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"scan off", "tracking on"}));
+}
+
+TEST_F(AppDelegateTest, TrackingFeedsTheInventoryAndCompletionsCountOnlyWhileItRuns) {
+  onboard();
+  launch();
+  sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::started, std::nullopt});
+  EXPECT_TRUE(delegate->agentActivityActive());
+
+  AgentTrackingUpdate update;
+  const ProcessIdentity process{4321, 1'700'000'000, 0};
+  update.countedRuns.push_back(AgentRun{{process, AgentKind::claude}, AgentKind::claude, HostAppKind::terminal,
+                                        AgentRunState::active, 2, 0});
+  update.scannedAt = wallClock();
+  const auto facts = AppDelegate::trackingFacts(update);
+  ASSERT_EQ(facts.counted.size(), 1u);
+  EXPECT_TRUE(facts.counted[0].isActive);
+  EXPECT_EQ(facts.currentHosts.at(facts.counted[0].identity), HostAppKind::terminal);
+
+  sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::update, update});
+  executor->runUntilIdle();
+  ASSERT_EQ(delegate->host().inventory().snapshot().ambientSessions().size(), 1u);
+  EXPECT_EQ(delegate->viewModel().inventory(), delegate->host().inventory().snapshot()) << "the view model sees it";
+
+  sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::stopped, std::nullopt});
+  EXPECT_FALSE(delegate->agentActivityActive());
+  EXPECT_TRUE(delegate->pendingIslandCompletions().empty());
+}
+
+TEST_F(AppDelegateTest, TheSocketFollowsTheConnectionsAndTerminationRemovesIt) {
+  onboard();
+  launch();
+  EXPECT_FALSE(listening()) << "no provider connected";
+  defaults.set("agentConnections.codex.configured", true);
+  delegate->onboardingGateChanged();
+  EXPECT_TRUE(listening());
+
+  bool answered = false;
+  sinks.presentedProviderEvidence([&](PanelScanLifecycle::Evidence evidence) { answered = evidence.empty(); });
+  EXPECT_FALSE(answered) << "answers once the inventory has settled";
+  executor->runUntilIdle();
+  EXPECT_TRUE(answered);
+
+  takeLoops();
+  delegate->applicationWillTerminate();
+  EXPECT_EQ(takeLoops(), (std::vector<std::string>{"stop scan", "stop tracking"}));
+  EXPECT_FALSE(listening()) << "the socket is removed";
+  EXPECT_TRUE(defaults.boolForKey("agentConnections.codex.configured")) << "settings kept";
+  delegate->togglePopover(underIcon);
+  EXPECT_FALSE(visible) << "nothing opens after termination";
+}
+
+}  // namespace
+}  // namespace tidewatch
