@@ -9,9 +9,9 @@
 
 namespace tidewatch::SingleInstance {
 
-inline constexpr std::string_view busName = "dev.tidewatch.Tidewatch";
-inline constexpr std::string_view objectPath = "/dev/tidewatch/Tidewatch";
-inline constexpr std::string_view interfaceName = "dev.tidewatch.Tidewatch";
+inline constexpr std::string_view busName = "com.tidewatch.app";
+inline constexpr std::string_view objectPath = "/com/tidewatch/app";
+inline constexpr std::string_view interfaceName = "com.tidewatch.app";
 inline constexpr std::string_view openPanelMethod = "OpenPanel";
 
 enum class Claim { acquired, heldByAnother, noBus };

@@ -8,8 +8,18 @@ packages=(
   nlohmann-json3-dev libutf8proc-dev
   clang libclang-rt-14-dev
   iproute2 lsof procps hyperfine time python3
-  # The application's model (QtCore; no display needed to test it).
-  qt6-base-dev
+  # The application: Qt 6 Widgets (the tray), Quick (the panel), DBus, Svg, and the QML modules
+  # the panel loads at run time; its fonts.
+  qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-declarative-dev-tools qt6-qmllint-plugins
+  qt6-svg-dev libqt6svg6 libgl-dev libxcb1-dev
+  qml6-module-qtqml qml6-module-qtqml-models qml6-module-qtqml-workerscript qml6-module-qtquick
+  qml6-module-qtquick-window qml6-module-qttest
+  fonts-inter fonts-jetbrains-mono
+  # The desktop files' validators.
+  desktop-file-utils appstream
+  # The application's tests and screenshots: a private X server, window manager, XEmbed tray,
+  # compositor, synthetic input and a session bus.
+  xvfb xauth openbox trayer xdotool x11-utils xcompmgr dbus dbus-x11 imagemagick
   # Real Debian software for the live tests: a JDK server, the packaged Redis and PostgreSQL.
   openjdk-17-jdk-headless redis-server postgresql-15
 )

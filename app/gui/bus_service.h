@@ -1,0 +1,30 @@
+// The running application's face on the session bus: a later start calls OpenPanel and leaves;
+// a script may ask which ports the panel lists now ("port process" each).
+#pragma once
+
+#include <QObject>
+#include <QStringList>
+
+#include <functional>
+
+namespace tidewatch {
+
+class BusService : public QObject {
+  Q_OBJECT
+  Q_CLASSINFO("D-Bus Interface", "com.tidewatch.app")
+
+ public:
+  using QObject::QObject;
+
+ public Q_SLOTS:
+  Q_SCRIPTABLE void OpenPanel() { Q_EMIT openPanelRequested(); }
+  Q_SCRIPTABLE QStringList ListedPorts() { return listedPorts ? listedPorts() : QStringList(); }
+
+ public:
+  std::function<QStringList()> listedPorts;
+
+ Q_SIGNALS:
+  void openPanelRequested();
+};
+
+}  // namespace tidewatch

@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# The whole application on a private X desktop: it starts from the front executable, its icon
+# appears in the tray, a click opens the "Tidewatch" panel where the placement says, a listener
+# started afterwards is listed within two seconds, Escape closes the panel, a second start opens
+# it again and leaves, SIGTERM ends it without leaving its socket. Without a tray the panel shows
+# up by itself as an ordinary window.
+#   app_session_test.sh <folder of the tidewatch executable>
+set -uo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+front=$1/tidewatch
+source "$here/desktop_session.sh"
+
+for tool in Xvfb dbus-daemon openbox xcompmgr trayer xdotool xwininfo xdpyinfo python3; do
+  command -v "$tool" >/dev/null || { echo "FAIL: $tool is missing; scripts/setup.sh installs it" >&2; exit 1; }
+done
+
+failures=0
+check() {
+  local what=$1
+  shift
+  if "$@"; then echo "ok: $what"; else echo "FAIL: $what" >&2; failures=$((failures + 1)); fi
+}
+
+trap 'kill ${listener:-} ${app:-} 2>/dev/null; session_stop' EXIT
+
+# The socket lives in the user's session runtime folder when there is one; a test must not take
+# that from a Tidewatch the user runs, so it connects no provider there.
+runtime_owned_by_session=0
+[[ -d /run/user/$(id -u) ]] && runtime_owned_by_session=1
+
+onboarded() {
+  mkdir -p "$XDG_CONFIG_HOME/tidewatch"
+  local claude=true
+  ((runtime_owned_by_session)) && claude=false
+  printf '{"launchAtLoginOfferCompleted": true, "tidewatchOnboardingComplete": true, "agentConnections.claude.configured": %s}\n' \
+    "$claude" >"$XDG_CONFIG_HOME/tidewatch/defaults.json"
+}
+socket_path() { echo "$HOME/.local/state/tidewatch/runtime/agent-events.sock"; }
+no_socket() { [[ ! -e $(socket_path) ]]; }
+has_socket() { [[ -S $(socket_path) ]]; }
+panel_closed() { ! panel_geometry; }
+lists_port() { listed_ports | grep -q "^$1 "; }
+app_gone() { ! kill -0 "$app" 2>/dev/null; }
+free_port() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'; }
+
+# --- with a tray --------------------------------------------------------------------------
+session_start || exit 1
+onboarded
+"$front" >"$session_dir/app.log" 2>&1 &
+app=$!
+check "the tray icon appears" wait_for 10 tray_icon_geometry
+read -r ix iy iw ih < <(tray_icon_geometry)
+xdotool mousemove $((ix + iw / 2)) $((iy + ih / 2)) click 1
+check "a click opens the panel" wait_for 5 panel_geometry
+read -r px py pw ph < <(panel_geometry)
+# Centred on the icon but 8 points inside the screen; the icon is in the lower half, so above it.
+expected_x=$((ix + iw / 2 - 350))
+((expected_x > 1920 - 700 - 8)) && expected_x=$((1920 - 700 - 8))
+check "the panel is 700 x 480 at $expected_x,$((iy - 6 - 480)) (was $px,$py ${pw}x$ph)" \
+  test "$px $py $pw $ph" = "$expected_x $((iy - 6 - 480)) 700 480"
+((runtime_owned_by_session)) || check "the hook socket listens" wait_for 5 has_socket
+
+port=$(free_port)
+python3 -m http.server "$port" --bind 127.0.0.1 >/dev/null 2>&1 &
+listener=$!
+check "a new listener is listed within two seconds" wait_for 2 lists_port "$port"
+kill "$listener"
+
+xdotool key Escape
+check "Escape closes the panel" wait_for 3 panel_closed
+"$front"
+check "a second start exits 0" test $? -eq 0
+check "and opens the panel" wait_for 3 panel_geometry
+check "only one application runs" test "$(pgrep -c -x tidewatch-app)" -eq 1
+
+kill -TERM "$app"
+check "SIGTERM ends it" wait_for 5 app_gone
+check "no socket is left behind" no_socket
+grep -q . "$session_dir/app.log" && { echo "application output:"; cat "$session_dir/app.log"; }
+session_stop
+
+# --- without a tray -----------------------------------------------------------------------
+session_start --no-tray || exit 1
+onboarded
+"$front" >"$session_dir/app.log" 2>&1 &
+app=$!
+check "without a tray the panel shows by itself" wait_for 8 panel_geometry
+kill -INT "$app"
+check "SIGINT ends it" wait_for 5 app_gone
+check "no socket is left behind" no_socket
+
+exit $((failures > 0))

@@ -1,0 +1,170 @@
+#include "app/gui/tray_application.h"
+
+#include <QAbstractItemModel>
+#include <QApplication>
+#include <QCursor>
+#include <QIcon>
+#include <QPalette>
+#include <QScreen>
+
+#include "coralline_kit/notch_placement_resolver.h"
+
+namespace tidewatch {
+
+namespace {
+
+// Bottom-left points within the virtual desktop, as the placement counts.
+double desktopHeight() {
+  const QRect desktop = QGuiApplication::primaryScreen()->virtualGeometry();
+  return desktop.y() + desktop.height();
+}
+
+ScreenRect fromQt(const QRect& rect) {
+  return ScreenCoordinates::fromTopLeftOrigin(
+      {static_cast<double>(rect.x()), static_cast<double>(rect.y()), static_cast<double>(rect.width()),
+       static_cast<double>(rect.height())},
+      desktopHeight());
+}
+
+// A dark panel behind the tray: the window colour of the desktop's palette is dark.
+bool darkTheme() { return QGuiApplication::palette().color(QPalette::Window).lightness() < 128; }
+
+}  // namespace
+
+TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>()) {
+  AppDelegate::Shell shell;
+  // The window needs the delegate's view model, and the delegate the window's operations: the
+  // operations reach the window through this object once both exist.
+  shell.panel = PanelSurface{
+      .isVisible = [this] { return window_ && window_->surface().isVisible(); },
+      .setFrame = [this](const ScreenRect& frame) { window_->surface().setFrame(frame); },
+      .orderFront = [this] { window_->surface().orderFront(); },
+      .makeKey = [this] { window_->surface().makeKey(); },
+      .orderOut = [this] { window_->surface().orderOut(); },
+  };
+  shell.setHighlighted = [](bool) {};  // a tray icon has no pressed look to keep
+  shell.quit = [] { QCoreApplication::quit(); };
+  shell.currentAnchor = [this] { return anchor(false); };
+  delegate_ = std::make_unique<AppDelegate>(AppDelegate::Dependencies::live(executor_), std::move(shell));
+  bridge_ = std::make_unique<PanelBridge>(*delegate_);
+  window_ = std::make_unique<PanelWindow>(delegate_->viewModel(), *bridge_);
+  delegate_->reveal().onChange = [this] { bridge_->notifyReveal(); };
+  window_->onEscape = [this] {
+    if (!windowMode_) delegate_->dismissNow();
+  };
+  window_->onFocusLost = [this] {
+    const QPoint pointer = QCursor::pos();
+    const ScreenRect at = fromQt(QRect(pointer, QSize(0, 0)));
+    delegate_->outsideInteraction(PanelPlacement::Point{at.x, at.y});
+  };
+  window_->onCloseRequested = [this] {
+    // Closing the only window of an app without a tray ends it, as for any windowed program;
+    // with a tray that came late, the panel goes back under its icon.
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) return QCoreApplication::quit();
+    windowMode_ = false;
+    bridge_->setWindowMode(false);
+    delegate_->dismissNow();
+  };
+}
+
+TrayApplication::~TrayApplication() { shutDown(); }
+
+void TrayApplication::start() {
+  auto* open = menu_.addAction(QStringLiteral("Open Tidewatch"));
+  connect(open, &QAction::triggered, this, [this] { openPanel(); });
+  menu_.addSeparator();
+  auto* quit = menu_.addAction(QStringLiteral("Quit Tidewatch"));
+  connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
+  tray_.setContextMenu(&menu_);
+  tray_.setToolTip(QStringLiteral("Tidewatch"));
+  updateTrayIcon();
+  connect(&tray_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+    if (reason == QSystemTrayIcon::Trigger) togglePanel(true);
+  });
+  qApp->installEventFilter(this);
+  tray_.show();
+
+  delegate_->applicationDidFinishLaunching();
+  QTimer::singleShot(trayGraceMilliseconds, this, [this] { checkForTray(); });
+}
+
+void TrayApplication::checkForTray() {
+  if (shutDown_ || QSystemTrayIcon::isSystemTrayAvailable()) return;
+  // Nowhere to click: the panel is an ordinary window, so the app is never invisible.
+  windowMode_ = true;
+  bridge_->setWindowMode(true);
+  window_->setWindowMode(true);
+  delegate_->openPanel(anchor(false));
+  window_->showAsWindow();
+}
+
+void TrayApplication::shutDown() {
+  if (shutDown_) return;
+  shutDown_ = true;
+  delegate_->applicationWillTerminate();
+  tray_.hide();
+}
+
+void TrayApplication::openPanel() {
+  if (windowMode_) {
+    delegate_->openPanel(anchor(false));
+    window_->showAsWindow();
+    return;
+  }
+  delegate_->openPanel(anchor(false));
+}
+
+void TrayApplication::togglePanel(bool atPointer) {
+  if (windowMode_ && QSystemTrayIcon::isSystemTrayAvailable()) {
+    // A tray came after all: the panel goes back under its icon.
+    windowMode_ = false;
+    bridge_->setWindowMode(false);
+    window_->setWindowMode(false);
+    delegate_->dismissNow();
+  }
+  delegate_->togglePopover(anchor(atPointer));
+}
+
+PanelAnchor TrayApplication::anchor(bool atPointer) const {
+  const QRect icon = tray_.geometry();
+  const QPoint pointer = QCursor::pos();
+  QScreen* screen = nullptr;
+  if (icon.isValid() && !icon.isEmpty()) screen = QGuiApplication::screenAt(icon.center());
+  if (!screen && atPointer) screen = QGuiApplication::screenAt(pointer);
+  if (!screen) screen = QGuiApplication::primaryScreen();
+  const ScreenRect available = fromQt(screen->availableGeometry());
+  std::optional<ScreenRect> iconRect;
+  if (icon.isValid() && !icon.isEmpty()) iconRect = fromQt(icon);
+  std::optional<PanelPlacement::Point> at;
+  if (atPointer) {
+    const ScreenRect point = fromQt(QRect(pointer, QSize(0, 0)));
+    at = PanelPlacement::Point{point.x, point.y};
+  }
+  return PanelAnchor{PanelPlacement::anchor(iconRect, at, available), available, fromQt(screen->geometry())};
+}
+
+QStringList TrayApplication::listedPorts() const {
+  const auto* model = qobject_cast<QAbstractItemModel*>(delegate_->viewModel().listeners());
+  const auto roles = model->roleNames();
+  const int port = roles.key("port");
+  const int process = roles.key("processName");
+  QStringList listed;
+  for (int row = 0; row < model->rowCount(); ++row) {
+    const auto index = model->index(row, 0);
+    listed << model->data(index, port).toString() + QLatin1Char(' ') + model->data(index, process).toString();
+  }
+  return listed;
+}
+
+void TrayApplication::updateTrayIcon() {
+  tray_.setIcon(QIcon(darkTheme() ? QStringLiteral(":/tidewatch/tray-dark.svg")
+                                  : QStringLiteral(":/tidewatch/tray-light.svg")));
+}
+
+bool TrayApplication::eventFilter(QObject* watched, QEvent* event) {
+  // The icon follows the desktop's switch between light and dark.
+  if (watched == qApp && event->type() == QEvent::ApplicationPaletteChange) updateTrayIcon();
+  return QObject::eventFilter(watched, event);
+}
+
+}  // namespace tidewatch
