@@ -6,13 +6,25 @@
 
 #include "hooks/agent_hook_installation.h"
 
-#ifndef TIDEWATCH_INSTALLED_EXECUTABLE
-#error "TIDEWATCH_INSTALLED_EXECUTABLE must name the installed tidewatch executable"
+#if !defined(TIDEWATCH_INSTALLED_EXECUTABLE) || !defined(TIDEWATCH_INSTALLED_APPLICATION)
+#error "TIDEWATCH_INSTALLED_EXECUTABLE and TIDEWATCH_INSTALLED_APPLICATION must name the installed executables"
 #endif
 
 namespace tidewatch::AgentHookInstallationLive {
 
 AgentHookInstallation installation() { return AgentHookInstallation::linuxInstalled(TIDEWATCH_INSTALLED_EXECUTABLE); }
+
+namespace {
+
+// The same file, also when a prefix is reached through a symbolic link.
+bool isRunning(const std::string& path) {
+  struct stat runningFile {
+  }, file{};
+  return ::stat("/proc/self/exe", &runningFile) == 0 && ::stat(path.c_str(), &file) == 0 &&
+         runningFile.st_dev == file.st_dev && runningFile.st_ino == file.st_ino;
+}
+
+}  // namespace
 
 std::string runningLocation(const AgentHookInstallation& installation) {
   std::array<char, 4096> buffer{};
@@ -20,14 +32,11 @@ std::string runningLocation(const AgentHookInstallation& installation) {
   if (length <= 0 || static_cast<size_t>(length) >= buffer.size()) return {};
   std::string running(buffer.data(), static_cast<size_t>(length));
   if (running == installation.installedLocation) return running;
-  // A prefix reached through a symbolic link names the same file by another path.
-  struct stat runningFile {
-  }, installedFile{};
-  if (::stat("/proc/self/exe", &runningFile) == 0 &&
-      ::stat(installation.installedLocation.c_str(), &installedFile) == 0 &&
-      runningFile.st_dev == installedFile.st_dev && runningFile.st_ino == installedFile.st_ino) {
+  // The tray application the installed front executable starts belongs to that installation.
+  if (installation.installedLocation == TIDEWATCH_INSTALLED_EXECUTABLE && isRunning(TIDEWATCH_INSTALLED_APPLICATION)) {
     return installation.installedLocation;
   }
+  if (isRunning(installation.installedLocation)) return installation.installedLocation;
   return running;
 }
 
