@@ -1,28 +1,36 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the benchmarks need, when missing.
+#   scripts/setup.sh        everything
+#   scripts/setup.sh run    only what building and running the programs needs
 set -euo pipefail
 
-packages=(
+run_packages=(
   cmake ninja-build g++ pkg-config
-  libgtest-dev libgmock-dev libbenchmark-dev
   nlohmann-json3-dev libutf8proc-dev
-  clang libclang-rt-14-dev
-  iproute2 lsof procps hyperfine time python3
   # The application: Qt 6 Widgets (the tray), Quick (the panel), DBus, Svg, and the QML modules
   # the panel loads at run time; its fonts.
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-declarative-dev-tools qt6-qmllint-plugins
   qt6-svg-dev libqt6svg6 libgl-dev libxcb1-dev
   qml6-module-qtqml qml6-module-qtqml-models qml6-module-qtqml-workerscript qml6-module-qtquick
-  qml6-module-qtquick-window qml6-module-qttest
+  qml6-module-qtquick-window
   fonts-inter fonts-jetbrains-mono
+)
+
+test_packages=(
+  libgtest-dev libgmock-dev libbenchmark-dev
+  clang libclang-rt-14-dev
+  iproute2 lsof procps hyperfine time python3
   # The desktop files' validators.
-  desktop-file-utils appstream
+  desktop-file-utils appstream qml6-module-qttest
   # The application's tests and screenshots: a private X server, window manager, XEmbed tray,
   # compositor, synthetic input and a session bus.
   xvfb xauth openbox trayer xdotool x11-utils xcompmgr dbus dbus-x11 imagemagick
   # Real Debian software for the live tests: a JDK server, the packaged Redis and PostgreSQL.
   openjdk-17-jdk-headless redis-server postgresql-15
 )
+
+packages=("${run_packages[@]}")
+[[ ${1:-all} == run ]] || packages+=("${test_packages[@]}")
 
 missing=()
 for p in "${packages[@]}"; do
