@@ -5,6 +5,7 @@
 #include <QDBusInterface>
 #include <QDBusReply>
 #include <QFontDatabase>
+#include <QQuickWindow>
 #include <QSocketNotifier>
 
 #include <sys/socket.h>
@@ -85,6 +86,10 @@ int main(int argc, char** argv) {
   // Only X11 lets the app place and raise its own windows: on a Wayland session it runs on
   // XWayland, unless the user chose a platform.
   if (!std::getenv("QT_QPA_PLATFORM") && wayland && display) ::setenv("QT_QPA_PLATFORM", "xcb", 1);
+
+  // The panel is flat colour and text: the software renderer draws it at a fraction of the memory
+  // a GL context takes. QT_QUICK_BACKEND still chooses another.
+  if (!std::getenv("QT_QUICK_BACKEND")) QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
 
   QApplication application(argc, argv);
   QApplication::setQuitOnLastWindowClosed(false);

@@ -74,10 +74,18 @@ PanelSurface PanelWindow::surface() {
       .isVisible = [this] { return view_ && view_->isVisible(); },
       .setFrame =
           [this](const ScreenRect& frame) {
+            auto& view = ensureView();
+            if (windowMode_) {
+              // An ordinary window opens in the middle of the screen and stays where it is put.
+              if (view.isVisible()) return;
+              const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+              view.setPosition(screen.center() - QPoint(view.width() / 2, view.height() / 2));
+              return;
+            }
             // The controller places in bottom-left points; X11 counts from the top of the desktop.
             const QRect desktop = QGuiApplication::primaryScreen()->virtualGeometry();
             const ScreenRect topLeft = ScreenCoordinates::toTopLeftOrigin(frame, desktop.y() + desktop.height());
-            ensureView().setGeometry(QRect(static_cast<int>(topLeft.x), static_cast<int>(topLeft.y),
+            view.setGeometry(QRect(static_cast<int>(topLeft.x), static_cast<int>(topLeft.y),
                                            static_cast<int>(topLeft.width), static_cast<int>(topLeft.height)));
           },
       .orderFront =

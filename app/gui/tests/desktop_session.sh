@@ -56,11 +56,13 @@ session_start() {
 
 session_stop() {
   local pid
-  for pid in "${session_pids[@]}"; do kill "$pid" 2>/dev/null; done
-  for pid in "${session_pids[@]}"; do wait "$pid" 2>/dev/null; done
-  [[ -n ${session_bus_pid:-} ]] && kill "$session_bus_pid" 2>/dev/null
+  for pid in "${session_pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  for pid in "${session_pids[@]}"; do wait "$pid" 2>/dev/null || true; done
+  if [[ -n ${session_bus_pid:-} ]]; then kill "$session_bus_pid" 2>/dev/null || true; fi
   session_pids=()
-  [[ -n ${session_dir:-} ]] && rm -rf "$session_dir"
+  session_bus_pid=
+  if [[ -n ${session_dir:-} ]]; then rm -rf "$session_dir"; fi
+  session_dir=
 }
 
 # The application's tray icon, once trayer has embedded it: "x y width height" on the screen.

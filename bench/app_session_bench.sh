@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# The tray application's cost, on a private X desktop with the XEmbed tray `trayer`: start to a
+# tray icon, click to a shown panel, resident memory idle in the tray and with the panel open,
+# and the CPU share idle in the tray over a minute. Medians of several starts.
+#   bench/app_session_bench.sh [folder of the tidewatch executable] [starts] [idle seconds]
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+bin=${1:-$root/build/release/app}
+starts=${2:-5}
+idle_seconds=${3:-60}
+source "$root/app/gui/tests/desktop_session.sh"
+trap 'kill ${app:-} 2>/dev/null; session_stop' EXIT
+
+now_ms() { date +%s%3N; }
+rss_mib() { awk '/VmRSS/ { printf "%.1f", $2 / 1024 }' "/proc/$1/status"; }
+cpu_ticks() { awk '{ print $14 + $15 }' "/proc/$1/stat"; }
+median() { sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
+app_pid() { pgrep -n -x tidewatch-app; }
+
+session_start
+mkdir -p "$XDG_CONFIG_HOME/tidewatch"
+echo '{"launchAtLoginOfferCompleted": true, "tidewatchOnboardingComplete": true}' >"$XDG_CONFIG_HOME/tidewatch/defaults.json"
+
+to_tray=() to_panel=() idle_rss=() open_rss=()
+for ((run = 1; run <= starts; run++)); do
+  start=$(now_ms)
+  "$bin/tidewatch" >/dev/null 2>&1 &
+  app=$!
+  wait_for 10 tray_icon_geometry
+  to_tray+=($(($(now_ms) - start)))
+  sleep 3
+  idle_rss+=("$(rss_mib "$(app_pid)")")
+  read -r ix iy iw ih < <(tray_icon_geometry)
+  start=$(now_ms)
+  xdotool mousemove $((ix + iw / 2)) $((iy + ih / 2)) click 1
+  wait_for 5 panel_geometry
+  to_panel+=($(($(now_ms) - start)))
+  sleep 3
+  open_rss+=("$(rss_mib "$(app_pid)")")
+  kill -TERM "$app"
+  wait "$app" || true
+done
+
+# A minute idle in the tray, panel never opened.
+"$bin/tidewatch" >/dev/null 2>&1 &
+app=$!
+wait_for 10 tray_icon_geometry
+sleep 3
+pid=$(app_pid)
+before=$(cpu_ticks "$pid")
+sleep "$idle_seconds"
+ticks=$(($(cpu_ticks "$pid") - before))
+hz=$(getconf CLK_TCK)
+
+echo "starts: $starts (software renderer unless QT_QUICK_BACKEND says otherwise)"
+echo "start to tray icon, ms (median):        $(printf '%s\n' "${to_tray[@]}" | median)   [${to_tray[*]}]"
+echo "click to shown panel, ms (median):      $(printf '%s\n' "${to_panel[@]}" | median)   [${to_panel[*]}]"
+echo "resident idle in the tray, MiB:         $(printf '%s\n' "${idle_rss[@]}" | median)   [${idle_rss[*]}]"
+echo "resident with the panel open, MiB:      $(printf '%s\n' "${open_rss[@]}" | median)   [${open_rss[*]}]"
+echo "CPU idle in the tray over ${idle_seconds} s:        $ticks ticks = $(awk -v t="$ticks" -v hz="$hz" -v s="$idle_seconds" 'BEGIN { printf "%.3f", 100 * t / hz / s }')% of a core"
