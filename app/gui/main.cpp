@@ -24,6 +24,7 @@
 namespace {
 
 int signalPipe[2] = {-1, -1};
+tidewatch::TrayApplication* runningApplication = nullptr;
 
 void forwardSignal(int number) {
   const char byte = static_cast<char>(number);
@@ -130,6 +131,14 @@ int main(int argc, char** argv) {
   // The session manager's end and every quit come through here.
   QObject::connect(&application, &QCoreApplication::aboutToQuit, &tray, [&tray] { tray.shutDown(); });
   quitOnSignals(&tray);
+  // When the X server goes away with the session, Qt ends the process from inside the event loop
+  // with exit(): the hook server is still stopped and its socket removed.
+  runningApplication = &tray;
+  std::atexit([] {
+    if (runningApplication) runningApplication->shutDown();
+  });
   tray.start();
-  return QApplication::exec();
+  const int status = QApplication::exec();
+  runningApplication = nullptr;
+  return status;
 }

@@ -3,7 +3,7 @@
 # appears in the tray, a click opens the "Tidewatch" panel where the placement says, a listener
 # started afterwards is listed within two seconds, Escape closes the panel, a second start opens
 # it again and leaves, SIGTERM ends it without leaving its socket. Without a tray the panel shows
-# up by itself as an ordinary window.
+# up by itself as an ordinary window. The end of the X session ends it as cleanly.
 #   app_session_test.sh <folder of the tidewatch executable>
 set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -87,6 +87,19 @@ app=$!
 check "without a tray the panel shows by itself" wait_for 8 panel_geometry
 kill -INT "$app"
 check "SIGINT ends it" wait_for 5 app_gone
+check "no socket is left behind" no_socket
+
+session_stop
+
+# --- the desktop session ends ---------------------------------------------------------------
+session_start || exit 1
+onboarded
+"$front" >"$session_dir/app.log" 2>&1 &
+app=$!
+check "the tray icon appears" wait_for 10 tray_icon_geometry
+((runtime_owned_by_session)) || check "the hook socket listens" wait_for 5 has_socket
+kill "${session_pids[0]}"  # the X server
+check "the end of the X session ends it" wait_for 5 app_gone
 check "no socket is left behind" no_socket
 
 exit $((failures > 0))
