@@ -3,11 +3,13 @@
 # appears in the tray, a click opens the "Tidewatch" panel where the placement says, a listener
 # started afterwards is listed within two seconds, Escape closes the panel, a second start opens
 # it again and leaves, SIGTERM ends it without leaving its socket. Without a tray the panel shows
-# up by itself as an ordinary window. The end of the X session ends it as cleanly.
-#   app_session_test.sh <folder of the tidewatch executable>
+# up by itself as an ordinary window. With a StatusNotifierItem host (a test watcher), Activate
+# opens the panel at the pointer. The end of the X session ends it as cleanly.
+#   app_session_test.sh <folder of the tidewatch executable> <sni_test_watcher>
 set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 front=$1/tidewatch
+watcher_program=$2
 source "$here/desktop_session.sh"
 
 for tool in Xvfb dbus-daemon openbox xcompmgr trayer xdotool xwininfo xdpyinfo python3; do
@@ -21,7 +23,7 @@ check() {
   if "$@"; then echo "ok: $what"; else echo "FAIL: $what" >&2; failures=$((failures + 1)); fi
 }
 
-trap 'kill ${listener:-} ${app:-} 2>/dev/null; session_stop' EXIT
+trap 'kill ${listener:-} ${app:-} ${watcher:-} 2>/dev/null; session_stop' EXIT
 
 # The socket lives in the user's session runtime folder when there is one; a test must not take
 # that from a Tidewatch the user runs, so it connects no provider there.
@@ -89,6 +91,32 @@ kill -INT "$app"
 check "SIGINT ends it" wait_for 5 app_gone
 check "no socket is left behind" no_socket
 
+session_stop
+
+# --- a StatusNotifierItem host -------------------------------------------------------------
+# The item tells no geometry: the panel opens at the pointer of the click.
+session_start --no-tray || exit 1
+onboarded
+"$watcher_program" >"$session_dir/items" 2>"$session_dir/watcher.log" &
+watcher=$!
+check "the test watcher takes its name" wait_for 5 dbus-send --session --print-reply --dest=org.kde.StatusNotifierWatcher \
+  /StatusNotifierWatcher org.freedesktop.DBus.Peer.Ping
+"$front" >"$session_dir/app.log" 2>&1 &
+app=$!
+check "the item registers with the watcher" wait_for 10 test -s "$session_dir/items"
+item=$(head -n 1 "$session_dir/items")
+xdotool mousemove 1800 20
+dbus-send --session --print-reply --dest="$item" /StatusNotifierItem org.kde.StatusNotifierItem.Activate int32:1800 int32:20 >/dev/null
+check "Activate opens the panel" wait_for 5 panel_geometry
+read -r px py pw ph < <(panel_geometry)
+# A pointer in the top half: below it, kept 8 points inside the right edge.
+check "the panel is at 1212,38 under the pointer (was $px,$py)" test "$px $py" = "1212 38"
+xdotool key Escape
+check "Escape closes it" wait_for 3 panel_closed
+sleep 3.5
+check "with a tray, no window opens by itself" panel_closed
+kill -TERM "$app" "$watcher"
+check "SIGTERM ends it" wait_for 5 app_gone
 session_stop
 
 # --- the desktop session ends ---------------------------------------------------------------
