@@ -97,6 +97,7 @@ void AgentInventoryHost::connectionsChanged() {
   }
   configured_ = std::move(configured);
   inventory_.setProviderConnections(connections_.connections());
+  if (onConnectionsChanged) onConnectionsChanged();
 }
 
 }  // namespace tidewatch

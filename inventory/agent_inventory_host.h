@@ -63,6 +63,8 @@ class AgentInventoryHost {
   // On the main thread, after every publication.
   std::function<void(const AgentInventorySnapshot& snapshot)> onSnapshot;
   std::function<void(const std::vector<AgentCompletionEdge>& edges)> onCompletionEdges;
+  // After any change of the connections, their notices or the receiver's failure.
+  std::function<void()> onConnectionsChanged;
 
  private:
   void route(const AgentHookProtocol::Envelope& envelope, const AgentInventoryCoordinator::HookOrigin& origin,

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Renders the application as a user sees it into docs/screenshots/, on a private X desktop:
-# the panel under the tray icon on each first-run surface and on the list (with a few real
-# listeners), and the ordinary window of a desktop without a tray.
+# Renders the application as a user sees it into docs/screenshots/, on a private X desktop with
+# real listeners and processes named like coding agents: the first-run surfaces, the ports pane,
+# an action menu, a confirmation, a notice, an empty state, the agents pane, the settings, the
+# ports pane at 200% scale, and the ordinary window of a desktop without a tray.
 #   scripts/screenshots.sh [folder of the tidewatch executable]   (default: build/release/app)
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -9,53 +10,108 @@ bin=${1:-$root/build/release/app}
 out=$root/docs/screenshots
 source "$root/app/gui/tests/desktop_session.sh"
 mkdir -p "$out"
-trap 'kill ${servers[*]:-} ${app:-} 2>/dev/null; session_stop' EXIT
+rm -f "$out"/*.png
+pids=()
+trap 'kill ${pids[*]:-} ${app:-} 2>/dev/null; session_stop' EXIT
 
 settings() {
   mkdir -p "$XDG_CONFIG_HOME/tidewatch"
   echo "$1" >"$XDG_CONFIG_HOME/tidewatch/defaults.json"
 }
+onboarded='"launchAtLoginOfferCompleted": true, "tidewatchOnboardingComplete": true, "display.defaultFilter": "all"'
 
-# Starts the app, opens the panel from its icon and saves the panel with its surroundings.
-shoot_panel() {
-  local name=$1
-  "$bin/tidewatch" >"$session_dir/app.log" 2>&1 &
+start_app() {
+  "$bin/tidewatch" >>"$session_dir/app.log" 2>&1 &
   app=$!
   wait_for 10 tray_icon_geometry
+}
+open_panel() {
   read -r ix iy iw ih < <(tray_icon_geometry)
   xdotool mousemove $((ix + iw / 2)) $((iy + ih / 2)) click 1
   wait_for 5 panel_geometry
-  sleep 1.5  # the fade and the first scans
+  sleep 1.2  # the fade and the first scans
+}
+# The panel with a margin around it.
+shoot() {
+  sleep 0.4
   read -r px py pw ph < <(panel_geometry)
-  import -window root -crop $((pw + 40))x$((ph + 20 + 1080 - py - ph))+$((px - 20))+$((py - 20)) +repage "$out/$name.png"
+  local width=$((pw + 40)) height=$((ph + 40))
+  import -window root -crop ${width}x${height}+$((px - 20))+$((py - 20)) +repage "$out/$1.png"
+}
+stop_app() {
   kill -TERM "$app"
   wait "$app" || true
 }
+keys() { xdotool key --delay 80 "$@"; }
+
+# A small world: two web servers, a pool-less Python one, and processes named like agents.
+world=$(mktemp -d)
+for port in 5173 8000; do
+  python3 -m http.server "$port" --bind 127.0.0.1 --directory "$world" >/dev/null 2>&1 &
+  pids+=($!)
+done
+mkdir -p "$world/bin"
+cp /bin/sleep "$world/bin/claude"
+cp /bin/sleep "$world/bin/codex"
+(cd "$world" && exec "$world/bin/claude" 600) &
+claude=$!
+pids+=($claude)
+(cd "$world" && exec "$world/bin/codex" 600) &
+codex=$!
+pids+=($codex)
 
 session_start
 settings '{}'
-shoot_panel panel-offer
+start_app && open_panel && shoot panel-offer && stop_app
 settings '{"launchAtLoginOfferCompleted": true}'
-shoot_panel panel-walkthrough
+start_app && open_panel && shoot panel-walkthrough && stop_app
 
-servers=()
-for port in 5173 8000; do
-  python3 -m http.server "$port" --bind 127.0.0.1 >/dev/null 2>&1 &
-  servers+=($!)
-done
-settings '{"launchAtLoginOfferCompleted": true, "tidewatchOnboardingComplete": true}'
-shoot_panel panel-list
+settings "{$onboarded, \"display.showProject\": true, \"display.showCPU\": true, \"display.showMemory\": true, \"display.showPower\": true}"
+start_app && open_panel
+shoot panel-ports
+keys Down Return
+shoot panel-action-menu
+keys Escape k
+shoot panel-confirmation
+keys Escape
+read -r px py pw ph < <(panel_geometry)
+click_at() { xdotool mousemove $((px + $1)) $((py + $2)) click 1; }
+click_at 300 64  # the search field
+xdotool type --delay 40 "zzz-no-such"
+shoot panel-empty-state
+keys ctrl+a BackSpace
+kill "$codex"  # one agent finishes
+sleep 1.5
+click_at 97 26  # the Agents pane
+click_at 300 195  # open the first session
+shoot panel-agents
+# A stop asked for after the agent has gone leaves a notice.
+kill "$claude"
+sleep 0.3
+click_at 226 254  # its Stop
+sleep 1.5
+shoot panel-notice
+click_at 668 26  # settings
+shoot panel-settings
+stop_app
+session_stop
+
+# Twice the scale, on a screen twice as large.
+SESSION_SCREEN=3840x2160 session_start
+export QT_SCALE_FACTOR=2
+settings "{$onboarded, \"display.showProject\": true}"
+start_app && open_panel && shoot panel-ports-200 && stop_app
+unset QT_SCALE_FACTOR
 session_stop
 
 session_start --no-tray
+settings '{}'
 "$bin/tidewatch" >"$session_dir/app.log" 2>&1 &
 app=$!
 wait_for 10 panel_geometry
 sleep 1.5
 read -r px py pw ph < <(panel_geometry)
-# With the window manager's frame around it.
-left=$((px > 40 ? px - 40 : 0))
-top=$((py > 40 ? py - 40 : 0))
-import -window root -crop $((pw + 80))x$((ph + 80))+$left+$top +repage "$out/window-without-tray.png"
-kill -TERM "$app"
+import -window root -crop $((pw + 80))x$((ph + 80))+$((px - 40))+$((py - 40)) +repage "$out/window-without-tray.png"
+stop_app
+rm -rf "$world"
 echo "screenshots: $(ls "$out" | tr '\n' ' ')"

@@ -3,6 +3,7 @@
 #   scripts/setup.sh        everything
 #   scripts/setup.sh run    only what building and running the programs needs
 set -euo pipefail
+cd "$(dirname "$0")/.."
 
 run_packages=(
   cmake ninja-build g++ pkg-config
@@ -36,6 +37,8 @@ missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
+# npm brings the panel's icons; a Node.js from elsewhere has its own npm.
+command -v npm >/dev/null || missing+=(npm)
 
 if ((${#missing[@]})); then
   echo "setup: installing ${missing[*]}"
@@ -44,4 +47,13 @@ if ((${#missing[@]})); then
   export DEBIAN_FRONTEND=noninteractive
   "${sudo_cmd[@]}" apt-get update -qq
   "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+fi
+
+# The panel's icons: Lucide's SVGs from the npm package, into .deps/ (the build copies the ones it
+# uses into the application).
+lucide_version=1.62.0
+lucide=.deps/lucide/node_modules/lucide-static
+if ! grep -q "\"version\": \"$lucide_version\"" "$lucide/package.json" 2>/dev/null; then
+  echo "setup: fetching lucide-static $lucide_version"
+  npm install --silent --no-save --no-audit --no-fund --prefix .deps/lucide "lucide-static@$lucide_version" >/dev/null
 fi

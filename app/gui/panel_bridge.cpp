@@ -1,5 +1,12 @@
 #include "app/gui/panel_bridge.h"
 
+#include <QClipboard>
+#include <QDesktopServices>
+#include <QGuiApplication>
+#include <QUrl>
+
+#include "app/display_settings.h"
+
 namespace tidewatch {
 
 PanelBridge::PanelBridge(AppDelegate& delegate, QObject* parent)
@@ -26,6 +33,7 @@ QString PanelBridge::revealCurve() const {
 }
 
 QString PanelBridge::surface() const {
+  if (replayingWalkthrough_) return QStringLiteral("walkthrough");
   switch (delegate_.presentation().surface) {
     case OnboardingPresentation::Surface::launchAtLoginOffer:
       return QStringLiteral("offer");
@@ -45,6 +53,24 @@ void PanelBridge::setWindowMode(bool on) {
 
 void PanelBridge::quit() { delegate_.quit(); }
 
+void PanelBridge::dismissNow() {
+  if (!windowMode_) delegate_.dismissNow();
+}
+
+void PanelBridge::openURL(const QString& url) {
+  QDesktopServices::openUrl(QUrl(url));
+  if (!windowMode_ && DisplaySettings::autoCloseAfterOpening(delegate_.defaults())) {
+    delegate_.outsideInteraction(std::nullopt);
+  }
+}
+
+void PanelBridge::copy(const QString& text) { QGuiApplication::clipboard()->setText(text); }
+
+void PanelBridge::replayWalkthrough() {
+  replayingWalkthrough_ = true;
+  Q_EMIT surfaceChanged();
+}
+
 void PanelBridge::enableAtLogin() {
   const auto state = launchAtLogin_.enableAtLogin();
   offerMessage_ = QString::fromStdString(state.message.value_or(""));
@@ -58,6 +84,7 @@ void PanelBridge::declineOffer() {
 }
 
 void PanelBridge::finishWalkthrough() {
+  replayingWalkthrough_ = false;
   delegate_.defaults().set(std::string(OnboardingKeys::tidewatchOnboardingComplete), true);
   delegate_.defaults().set(std::string(OnboardingKeys::walkthroughCompleted), true);
   gateChanged();

@@ -35,16 +35,27 @@ class PanelBridge : public QObject {
   void setWindowMode(bool on);
 
   Q_INVOKABLE void quit();
+  // Escape when nothing in the panel took it: closes the panel (not an ordinary window).
+  Q_INVOKABLE void dismissNow();
+  // In the default browser; the panel closes after it when the user asked for that.
+  Q_INVOKABLE void openURL(const QString& url);
+  Q_INVOKABLE void copy(const QString& text);
+  Q_INVOKABLE void replayWalkthrough();
   Q_INVOKABLE void enableAtLogin();
   Q_INVOKABLE void declineOffer();
   Q_INVOKABLE void finishWalkthrough();
   // After a change of the reveal made elsewhere.
   void notifyReveal() { Q_EMIT revealChanged(); }
+  LaunchAtLoginController& launchAtLogin() { return launchAtLogin_; }
 
  Q_SIGNALS:
   void revealChanged();
   void surfaceChanged();
   void windowModeChanged();
+  // Escape reached the window; the views close what is on top first.
+  void escapePressed();
+  // The panel opened: the list takes the keyboard.
+  void shown();
 
  private:
   void gateChanged();
@@ -53,6 +64,7 @@ class PanelBridge : public QObject {
   LaunchAtLoginController launchAtLogin_;
   QString offerMessage_;
   bool windowMode_ = false;
+  bool replayingWalkthrough_ = false;
 };
 
 }  // namespace tidewatch

@@ -6,14 +6,17 @@
 #include <QScreen>
 #include <QSurfaceFormat>
 
+#include "app/gui/icon_provider.h"
 #include "app/gui/panel_bridge.h"
+#include "app/qt/settings_model.h"
 #include "app/qt/tidewatch_view_model.h"
 #include "coralline_kit/notch_placement_resolver.h"
 
 namespace tidewatch {
 
-PanelWindow::PanelWindow(TidewatchViewModel& viewModel, PanelBridge& bridge, QObject* parent)
-    : QObject(parent), viewModel_(viewModel), bridge_(bridge) {}
+PanelWindow::PanelWindow(TidewatchViewModel& viewModel, PanelBridge& bridge, SettingsModel& settings,
+                         QObject* parent)
+    : QObject(parent), viewModel_(viewModel), bridge_(bridge), settings_(settings) {}
 
 PanelWindow::~PanelWindow() { delete view_; }
 
@@ -28,9 +31,12 @@ QQuickView& PanelWindow::ensureView() {
   view_->setResizeMode(QQuickView::SizeRootObjectToView);
   view_->resize(700, 480);
   applyFlags();
+  view_->engine()->addImageProvider(QStringLiteral("icon"), new IconProvider);
   view_->setInitialProperties({{QStringLiteral("viewModel"), QVariant::fromValue(static_cast<QObject*>(&viewModel_))},
-                               {QStringLiteral("panel"), QVariant::fromValue(static_cast<QObject*>(&bridge_))}});
+                               {QStringLiteral("panel"), QVariant::fromValue(static_cast<QObject*>(&bridge_))},
+                               {QStringLiteral("settings"), QVariant::fromValue(static_cast<QObject*>(&settings_))}});
   view_->setSource(QUrl(QStringLiteral("qrc:/tidewatch/qml/Panel.qml")));
+  if (view_->status() == QQuickView::Error) qFatal("tidewatch: the panel could not be loaded");
   for (const auto& error : view_->errors()) qWarning("tidewatch: %s", qPrintable(error.toString()));
   view_->installEventFilter(this);
   connect(view_, &QWindow::activeChanged, this, [this] {

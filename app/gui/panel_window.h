@@ -15,13 +15,14 @@
 namespace tidewatch {
 
 class PanelBridge;
+class SettingsModel;
 class TidewatchViewModel;
 
 class PanelWindow : public QObject {
   Q_OBJECT
 
  public:
-  PanelWindow(TidewatchViewModel& viewModel, PanelBridge& bridge, QObject* parent = nullptr);
+  PanelWindow(TidewatchViewModel& viewModel, PanelBridge& bridge, SettingsModel& settings, QObject* parent = nullptr);
   ~PanelWindow() override;
 
   // The operations the panel's controller drives.
@@ -47,6 +48,7 @@ class PanelWindow : public QObject {
 
   TidewatchViewModel& viewModel_;
   PanelBridge& bridge_;
+  SettingsModel& settings_;
   QPointer<QQuickView> view_;
   bool windowMode_ = false;
   bool wasActive_ = false;

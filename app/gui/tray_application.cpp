@@ -6,6 +6,7 @@
 #include <QIcon>
 #include <QPalette>
 #include <QScreen>
+#include <QSysInfo>
 
 #include "coralline_kit/notch_placement_resolver.h"
 
@@ -47,11 +48,21 @@ TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>(
   shell.currentAnchor = [this] { return anchor(false); };
   delegate_ = std::make_unique<AppDelegate>(AppDelegate::Dependencies::live(executor_), std::move(shell));
   bridge_ = std::make_unique<PanelBridge>(*delegate_);
-  window_ = std::make_unique<PanelWindow>(delegate_->viewModel(), *bridge_);
+  settings_ = std::make_unique<SettingsModel>(SettingsModel::Parts{
+      .defaults = delegate_->defaults(),
+      .shortcut = &delegate_->globalShortcut(),
+      .shortcutProfile = &GlobalShortcutProfile::forLinux(),
+      .launchAtLogin = &bridge_->launchAtLogin(),
+      .connections = &delegate_->host().connections(),
+      .retryReceiver = [this] { delegate_->onboardingGateChanged(); },
+      .version = TIDEWATCH_VERSION,
+      .operatingSystem = QSysInfo::prettyProductName().toStdString(),
+  });
+  connect(settings_.get(), &SettingsModel::displaySettingsChanged, this, [this] { delegate_->displaySettingsChanged(); });
+  delegate_->onConnectionsChanged = [this] { settings_->refresh(); };
+  window_ = std::make_unique<PanelWindow>(delegate_->viewModel(), *bridge_, *settings_);
   delegate_->reveal().onChange = [this] { bridge_->notifyReveal(); };
-  window_->onEscape = [this] {
-    if (!windowMode_) delegate_->dismissNow();
-  };
+  window_->onEscape = [this] { Q_EMIT bridge_->escapePressed(); };
   window_->onFocusLost = [this] {
     const QPoint pointer = QCursor::pos();
     const ScreenRect at = fromQt(QRect(pointer, QSize(0, 0)));
@@ -109,9 +120,11 @@ void TrayApplication::openPanel() {
   if (windowMode_) {
     delegate_->openPanel(anchor(false));
     window_->showAsWindow();
+    afterToggle();
     return;
   }
   delegate_->openPanel(anchor(false));
+  afterToggle();
 }
 
 void TrayApplication::togglePanel(bool atPointer) {
@@ -123,6 +136,11 @@ void TrayApplication::togglePanel(bool atPointer) {
     delegate_->dismissNow();
   }
   delegate_->togglePopover(anchor(atPointer));
+  afterToggle();
+}
+
+void TrayApplication::afterToggle() {
+  if (delegate_->panel().isPresented()) Q_EMIT bridge_->shown();
 }
 
 PanelAnchor TrayApplication::anchor(bool atPointer) const {

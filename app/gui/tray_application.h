@@ -14,6 +14,7 @@
 #include "app/gui/panel_window.h"
 #include "app/qt/app_delegate.h"
 #include "app/qt/qt_main_executor.h"
+#include "app/qt/settings_model.h"
 
 namespace tidewatch {
 
@@ -40,11 +41,13 @@ class TrayApplication : public QObject {
   PanelAnchor anchor(bool atPointer) const;
   void updateTrayIcon();
   void checkForTray();
+  void afterToggle();
   bool eventFilter(QObject* watched, QEvent* event) override;
 
   std::shared_ptr<QtMainExecutor> executor_;
   std::unique_ptr<AppDelegate> delegate_;
   std::unique_ptr<PanelBridge> bridge_;
+  std::unique_ptr<SettingsModel> settings_;
   std::unique_ptr<PanelWindow> window_;
   QSystemTrayIcon tray_;
   QMenu menu_;

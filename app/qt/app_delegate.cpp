@@ -38,6 +38,14 @@ void AppDelegate::applicationDidFinishLaunching() {
   viewModel_->requestScan = [this, alive] {
     if (alive.lock() && loops_.pokePanelScan) loops_.pokePanelScan();
   };
+  viewModel_->retryReceiver = [this, alive] {
+    if (alive.lock()) reconcileHookServer();
+  };
+  host_->onConnectionsChanged = [this, alive] {
+    if (!alive.lock()) return;
+    viewModel_->setReceiverFailure(host_->connections().receiverFailure());
+    if (onConnectionsChanged) onConnectionsChanged();
+  };
 
   // The tray entry and the fonts are the window side's, made before this is called.
   syncAutomaticUpdateChecks();
@@ -201,6 +209,11 @@ void AppDelegate::dismissNow() {
 
 void AppDelegate::onboardingGateChanged() {
   syncAutomaticUpdateChecks();
+  syncMonitoring();
+}
+
+void AppDelegate::displaySettingsChanged() {
+  viewModel_->reloadDisplaySettings();
   syncMonitoring();
 }
 

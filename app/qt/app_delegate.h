@@ -102,6 +102,8 @@ class AppDelegate {
   void dismissNow();
   // The views changed an onboarding flag or a setting that decides what runs.
   void onboardingGateChanged();
+  // A display setting changed: the rows show it, and agent activity may start or stop.
+  void displaySettingsChanged();
   void quit();
 
   TidewatchViewModel& viewModel() { return *viewModel_; }
@@ -116,6 +118,9 @@ class AppDelegate {
   OnboardingPresentation presentation() const;
 
   static AgentTrackingUpdateFacts trackingFacts(const AgentTrackingUpdate& update);
+
+  // After any change of the agents' connections or of the receiver's failure.
+  std::function<void()> onConnectionsChanged;
 
  private:
   void syncMonitoring();

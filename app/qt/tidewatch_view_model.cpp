@@ -2,10 +2,14 @@
 
 #include <unistd.h>
 
+#include <QDateTime>
+#include <QLocale>
+
 #include <algorithm>
 #include <set>
 
 #include "app/panel_actions.h"
+#include "app/panel_views.h"
 #include "tidewatch_kit/listener_enrichment.h"
 #include "tidewatch_kit/listener_terminator.h"
 #include "tidewatch_kit/row_labels.h"
@@ -22,13 +26,14 @@ const std::vector<QByteArray> listenerRoles{
     "bindScope",    "bindBadge",    "isHidden",     "poolSize",     "agentProvider",  "hostName",
     "projectName",  "projectPath",  "executablePath", "cpuPercent", "cpuText",        "activity",
     "memoryBytes",  "memoryText",   "uptimeText",   "focusLabel",   "openableURL",    "canKill",
-    "canStopPool"};
+    "canStopPool",  "tooltip",      "activityLabel", "detailLine"};
 
 // The roles of an agent row, with the section it stands in.
 const std::vector<QByteArray> agentRoles{
     "sessionID",   "section",         "sectionTitle", "provider",        "providerName", "state",
     "stateText",   "explanation",     "hostName",     "projectName",     "location",     "evidence",
-    "pid",         "portDetail",      "listenerCount", "stopUnavailable", "canStop",      "lastEventAt"};
+    "pid",         "portDetail",      "listenerCount", "stopUnavailable", "canStop",      "lastEventAt",
+    "detailLine"};
 
 QVariant optionalText(const std::optional<std::string>& value) { return value ? QVariant(text(*value)) : QVariant(); }
 
@@ -157,6 +162,7 @@ void TidewatchViewModel::refreshExactAgentScope(const ScanResult& result) {
 void TidewatchViewModel::inventoryPublished(const AgentInventorySnapshot& snapshot) {
   inventory_ = snapshot;
   rebuildAgentRows();
+  if (panelMode_ == PanelMode::agents) rebuildListenerRows();
   if (!d_.focusProbe) return;
   // Which hosts are live is read on the probe worker, once per host in a pass.
   const auto generation = ++inventoryGeneration_;
@@ -193,7 +199,9 @@ void TidewatchViewModel::inventoryPublished(const AgentInventorySnapshot& snapsh
 
 void TidewatchViewModel::rebuildListenerRows() {
   if (!result_) {
+    shownIDs_.clear();
     listenerRows_.update({});
+    rebuildPortsPaneWords(std::nullopt, ListenerListModel{});
     return;
   }
   ScanResult shown = *result_;
@@ -202,6 +210,7 @@ void TidewatchViewModel::rebuildListenerRows() {
   }
   const ListenerPreferences preferences{filter_, searchText_.toStdString(), sortMode_, activityLevels_};
   const auto model = ListenerListModel::build(shown, preferences);
+  // `shown` is the scoped result the pane's words count from.
   std::vector<PortListener> rows;
   if (const auto* found = std::get_if<ListenerListModel::Rows>(&model.content)) {
     rows = found->visible;
@@ -236,9 +245,55 @@ void TidewatchViewModel::rebuildListenerRows() {
                                                  result_->scannedAt)),
                        focusLabelByID_.value(key), optionalText(openableURL(listener)),
                        KillRequest::request(listener, d_.context).has_value(),
-                       StopPoolRequest::request(listener, d_.context).has_value()}});
+                       StopPoolRequest::request(listener, d_.context).has_value(),
+                       text(PanelTexts::tooltipText(listener)),
+                       text(PanelTexts::activityLabel(activity == activityLevels_.end() ? ActivityLevel::unknown
+                                                                                        : activity->second)),
+                       detailLine(listener)}});
   }
+  shownIDs_.clear();
+  for (const auto& listener : rows) shownIDs_.push_back(listener.id());
   listenerRows_.update(std::move(values));
+  rebuildPortsPaneWords(shown, model);
+}
+
+QString TidewatchViewModel::detailLine(const PortListener& listener) const {
+  // The second line of a row: the facts the settings chose, then the agent that started it.
+  QStringList parts;
+  if (displayFields_.project && listener.project) parts << text(listener.project->name);
+  if (displayFields_.host && listener.host) parts << text(displayName(listener.host->kind));
+  if (displayFields_.path && listener.process.executablePath) parts << text(*listener.process.executablePath);
+  if (listener.agentOrigin) parts << text(displayName(*listener.agentOrigin));
+  return parts.join(QStringLiteral(" \u00B7 "));
+}
+
+void TidewatchViewModel::rebuildPortsPaneWords(const std::optional<ScanResult>& shown, const ListenerListModel& model) {
+  PanelTexts::PortsPane pane;
+  pane.scopedResult = shown;
+  if (state_ == State::failed) pane.failure = std::string(PanelActions::scanFailed);
+  pane.model = model;
+  pane.filter = filter_;
+  pane.searchText = searchText_.toStdString();
+  pane.exactAgentScope = exactScope_.has_value();
+  pane.showSystem = showSystem_;
+  const auto count = PanelTexts::listenerCountText(panelMode_, static_cast<int>(inventory_.currentSessions().size()), pane);
+  countText_ = count ? text(*count) : QString();
+  footerText_ = text(PanelTexts::listFooterText(pane));
+  emptyState_.clear();
+  if (const auto empty = PanelTexts::emptyState(pane)) {
+    QStringList actions;
+    for (const auto& action : empty->actions) actions << text(action);
+    emptyState_ = {{QStringLiteral("title"), text(empty->title)},
+                   {QStringLiteral("detail"), empty->detail ? text(*empty->detail) : QString()},
+                   {QStringLiteral("actions"), actions}};
+  }
+  chips_.clear();
+  for (const auto chip : PortsChipRail::categories(model.chips, filter_)) {
+    chips_ << QVariantMap{{QStringLiteral("raw"), text(rawValue(chip))},
+                          {QStringLiteral("name"), text(displayName(chip))},
+                          {QStringLiteral("stale"), chip == filter_ && model.activeChipIsStale}};
+  }
+  Q_EMIT portsPaneChanged();
 }
 
 void TidewatchViewModel::rebuildAgentRows() {
@@ -265,11 +320,72 @@ void TidewatchViewModel::rebuildAgentRows() {
               words ? QVariant(text(*words)) : QVariant(), stop == AgentStopAvailability::available,
               static_cast<qlonglong>(std::chrono::duration_cast<std::chrono::seconds>(
                                          row.lastEventAt.time_since_epoch())
-                                         .count())}});
+                                         .count()),
+              agentDetailLine(row)}});
       }
     }
   }
   agentRows_.update(std::move(values));
+
+  // The words around the rows.
+  const auto& connections = inventory_.providerConnections;
+  const auto globalPrompt = AgentsConnectionPrompt::resolve(connections);
+  std::optional<AgentsConnectionPrompt> prompt = globalPrompt;
+  if (agentFilter_ != AgentProviderFilter::all) {
+    prompt = AgentsConnectionPrompt::resolve(agentFilter_ == AgentProviderFilter::codex ? AgentKind::codex
+                                                                                        : AgentKind::claude,
+                                             connections);
+  }
+  QVariantMap pane{
+      {QStringLiteral("summary"), text(model.summaryLine)},
+      {QStringLiteral("stateLine"), optionalText(model.stateLine)},
+      {QStringLiteral("footer"), text(AgentsPaneText::footer(inventory_, globalPrompt))},
+      {QStringLiteral("allCount"), model.allCount},
+      {QStringLiteral("codexCount"), model.codexCount},
+      {QStringLiteral("claudeCount"), model.claudeCount},
+  };
+  if (globalPrompt) {
+    pane.insert(QStringLiteral("promptProvider"), text(rawValue(globalPrompt->provider)));
+    pane.insert(QStringLiteral("promptKind"), static_cast<int>(globalPrompt->kind));
+  }
+  const QString detail = text(globalPrompt ? globalPrompt->detail() : std::string(AgentsPaneText::noPromptDetail));
+  QVariantMap empty;
+  if (std::holds_alternative<AgentInventoryListModel::Empty>(model.content)) {
+    empty = {{QStringLiteral("title"), text(AgentsPaneText::emptyTitle)}, {QStringLiteral("detail"), detail}};
+    const auto variant = AgentsEmptyStateVariant::resolve(connections, receiverFailure_);
+    if (const auto* failed = std::get_if<AgentsEmptyStateVariant::ReceiverFailed>(&variant)) {
+      empty.insert(QStringLiteral("detail"), QStringLiteral("Configured, but not receiving events \u2014 ") +
+                                                 text(failed->failure));
+      empty.insert(QStringLiteral("actions"), QStringList{QStringLiteral("Retry")});
+    }
+  } else if (std::holds_alternative<AgentInventoryListModel::ProviderEmpty>(model.content)) {
+    empty = {{QStringLiteral("title"), text(AgentsPaneText::providerEmptyTitle(agentFilter_))},
+             {QStringLiteral("detail"), text(AgentsPaneText::providerEmptyDetail(agentFilter_, prompt, globalPrompt))},
+             {QStringLiteral("actions"), QStringList{text(AgentsPaneText::showAllAction)}}};
+  } else if (std::holds_alternative<AgentInventoryListModel::NoSearchMatches>(model.content)) {
+    empty = {{QStringLiteral("title"), text(AgentsPaneText::noMatchesTitle)},
+             {QStringLiteral("detail"), text(AgentsPaneText::noMatchesDetail)}};
+  }
+  pane.insert(QStringLiteral("empty"), empty);
+  if (pane != agentsPane_) {
+    agentsPane_ = std::move(pane);
+    Q_EMIT agentsPaneChanged();
+  }
+}
+
+QString TidewatchViewModel::agentDetailLine(const AgentSessionSnapshot& row) {
+  if (!row.processIdentity) return text(PanelTexts::providerSessionWithoutProcess);
+  QStringList parts{text(row.executionLocation.displayWords()), text(displayWords(row.evidence))};
+  if (const auto ports = row.portDetail(); !ports.empty()) parts << text(ports);
+  parts << QStringLiteral("PID ") + QString::number(row.processIdentity->process.pid);
+  parts.removeAll(QString());
+  return parts.join(QStringLiteral(" \u00B7 "));
+}
+
+void TidewatchViewModel::setReceiverFailure(const std::optional<std::string>& failure) {
+  if (failure == receiverFailure_) return;
+  receiverFailure_ = failure;
+  rebuildAgentRows();
 }
 
 std::optional<PortListener> TidewatchViewModel::listener(const QString& rowID) const {
@@ -347,6 +463,7 @@ void TidewatchViewModel::setPanelMode(PanelMode mode) {
   if (mode == panelMode_) return;
   panelMode_ = mode;
   Q_EMIT panelModeChanged();
+  rebuildListenerRows();
 }
 
 QString TidewatchViewModel::agentFilter() const {
@@ -409,6 +526,125 @@ QVariantMap TidewatchViewModel::confirmation() const {
   return {{QStringLiteral("title"), text(shown->title)},
           {QStringLiteral("message"), text(shown->message)},
           {QStringLiteral("button"), text(shown->button)}};
+}
+
+void TidewatchViewModel::reloadDisplaySettings() {
+  readDisplaySettings();
+  Q_EMIT displayChanged();
+  rebuildListenerRows();
+}
+
+QString TidewatchViewModel::lastScannedText() const {
+  if (state_ != State::loaded || !result_) return {};
+  // The locale's short time with the seconds: a medium time without a date.
+  QString format = QLocale().timeFormat(QLocale::ShortFormat);
+  if (!format.contains(QStringLiteral("ss"))) format.replace(QStringLiteral("mm"), QStringLiteral("mm:ss"));
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(result_->scannedAt.time_since_epoch()).count();
+  return text(PanelTexts::lastScannedPrefix) +
+         QLocale().toString(QDateTime::fromSecsSinceEpoch(seconds).time(), format);
+}
+
+QString TidewatchViewModel::scopeChipText() const {
+  return exactScope_ ? text(PanelTexts::scopeChipText(exactScope_->provider)) : QString();
+}
+
+QString TidewatchViewModel::scopeChipHelp() const {
+  return exactScope_ ? text(PanelTexts::scopeChipHelp(exactScope_->provider)) : QString();
+}
+
+QVariantList TidewatchViewModel::sortModes() const {
+  QVariantList modes;
+  for (const auto mode : {ListenerSortMode::port, ListenerSortMode::activity, ListenerSortMode::memory,
+                          ListenerSortMode::uptime}) {
+    modes << QVariantMap{{QStringLiteral("raw"), text(rawValue(mode))}, {QStringLiteral("name"), text(displayName(mode))}};
+  }
+  return modes;
+}
+
+QString TidewatchViewModel::sortModeName() const { return text(displayName(sortMode_)); }
+
+QString TidewatchViewModel::visibleStopHelp() const { return text(PanelTexts::visibleStopHelp); }
+
+QString TidewatchViewModel::nextSelection(const QString& selectedID, int delta) const {
+  const auto next = ListenerKeyboardNavigation::nextID(
+      shownIDs_, selectedID.isEmpty() ? std::nullopt : std::optional<std::string>(selectedID.toStdString()), delta);
+  return next ? QString::fromStdString(*next) : QString();
+}
+
+QVariantList TidewatchViewModel::actionMenu(const QString& rowID) const {
+  QVariantList items;
+  const auto found = listener(rowID);
+  if (!found) return items;
+  const auto url = openableURL(*found);
+  const bool canFocus = !focusLabelByID_.value(rowID).toString().isEmpty();
+  static const char* const actionNames[] = {"openInBrowser", "copyURL", "copyPort", "copyDetails",
+                                            "focusApp",      "kill",    "forceKill", "stopPool"};
+  for (const auto& item : ListenerActionMenu::items(url.has_value(), KillRequest::request(*found, d_.context).has_value(),
+                                                    ForceKillRequest::request(*found, d_.context).has_value(),
+                                                    StopPoolRequest::request(*found, d_.context).has_value(), canFocus)) {
+    using Action = ListenerActionMenu::Item::Action;
+    QString payload;
+    if (item.action == Action::openInBrowser || item.action == Action::copyURL) payload = text(*url);
+    if (item.action == Action::copyPort) payload = QString::number(found->port);
+    if (item.action == Action::copyDetails) payload = text(ListenerActionMenu::detailsText(*found));
+    items << QVariantMap{{QStringLiteral("action"), QLatin1String(actionNames[static_cast<int>(item.action)])},
+                         {QStringLiteral("title"), text(item.title)},
+                         {QStringLiteral("hint"), text(item.hint)},
+                         {QStringLiteral("destructive"), item.destructive},
+                         {QStringLiteral("dividerBefore"), item.dividerBefore},
+                         {QStringLiteral("payload"), payload}};
+  }
+  return items;
+}
+
+QString TidewatchViewModel::actionMenuTitle(const QString& rowID) const {
+  const auto found = listener(rowID);
+  return found ? text(ListenerActionMenu::accessibilityTitle(*found)) : QString();
+}
+
+void TidewatchViewModel::performMenuAction(const QString& rowID, const QString& action) {
+  if (action == QLatin1String("focusApp")) focusHost(rowID);
+  else if (action == QLatin1String("kill")) offerKill(rowID);
+  else if (action == QLatin1String("forceKill")) offerForceKill(rowID);
+  else if (action == QLatin1String("stopPool")) offerStopPool(rowID);
+}
+
+QVariantMap TidewatchViewModel::keyboardAction(const QString& rowID, const QString& key) {
+  const auto found = listener(rowID);
+  if (!found || key.size() != 1) return {{QStringLiteral("handled"), false}};
+  const bool hasFocusLabel = !focusLabelByID_.value(rowID).toString().isEmpty();
+  const auto action = ListenerKeyboardAction::forKey(key.at(0).unicode(), *found, d_.context, hasFocusLabel);
+  if (!action) return {{QStringLiteral("handled"), false}};
+  using Kind = ListenerKeyboardAction::Kind;
+  switch (action->kind) {
+    case Kind::open:
+      return {{QStringLiteral("handled"), true}, {QStringLiteral("kind"), QStringLiteral("open")},
+              {QStringLiteral("url"), text(*action->url)}};
+    // A stop only asks: the confirmation shows, and nothing is signalled until it is confirmed.
+    case Kind::stopPool: offerStopPool(rowID); break;
+    case Kind::kill: offerKill(rowID); break;
+    case Kind::focus: focusHost(rowID); break;
+    case Kind::unavailable: break;
+  }
+  return {{QStringLiteral("handled"), true}, {QStringLiteral("kind"), QStringLiteral("other")}};
+}
+
+void TidewatchViewModel::performEmptyStateAction(const QString& action) {
+  // The words of the ports pane's empty states.
+  if (action == QLatin1String("View Agents")) selectPanelMode(QStringLiteral("agents"));
+  else if (action == QLatin1String("Show all")) setFilter(QStringLiteral("all"));
+  else if (action == QLatin1String("Remove scope")) clearAgentScope();
+  else if (action == QLatin1String("Clear filters")) {
+    setSearchText({});
+    setFilter(QStringLiteral("all"));
+  } else if (action == QLatin1String("Try Again") && requestScan) {
+    requestScan();
+  }
+}
+
+void TidewatchViewModel::performAgentsEmptyStateAction(const QString& action) {
+  if (action == text(AgentsPaneText::showAllAction)) setAgentFilter(QStringLiteral("all"));
+  else if (action == QLatin1String("Retry") && retryReceiver) retryReceiver();
 }
 
 void TidewatchViewModel::readDisplaySettings() {

@@ -48,6 +48,17 @@ class TidewatchViewModel : public QObject {
   Q_PROPERTY(QString killNotice READ killNotice NOTIFY killNoticeChanged)
   Q_PROPERTY(QVariantMap displayFields READ displayFields NOTIFY displayChanged)
   Q_PROPERTY(QString rowDensity READ rowDensity NOTIFY displayChanged)
+  Q_PROPERTY(QVariantMap agentsPane READ agentsPane NOTIFY agentsPaneChanged)
+  Q_PROPERTY(QString countText READ countText NOTIFY portsPaneChanged)
+  Q_PROPERTY(QString lastScannedText READ lastScannedText NOTIFY portsPaneChanged)
+  Q_PROPERTY(QString footerText READ footerText NOTIFY portsPaneChanged)
+  Q_PROPERTY(QVariantMap emptyState READ emptyState NOTIFY portsPaneChanged)
+  Q_PROPERTY(QVariantList chips READ chips NOTIFY portsPaneChanged)
+  Q_PROPERTY(QString scopeChipText READ scopeChipText NOTIFY exactAgentScopeChanged)
+  Q_PROPERTY(QString scopeChipHelp READ scopeChipHelp NOTIFY exactAgentScopeChanged)
+  Q_PROPERTY(QVariantList sortModes READ sortModes CONSTANT)
+  Q_PROPERTY(QString sortModeName READ sortModeName NOTIFY sortModeChanged)
+  Q_PROPERTY(QString visibleStopHelp READ visibleStopHelp CONSTANT)
   Q_PROPERTY(QObject* listeners READ listeners CONSTANT)
   Q_PROPERTY(QObject* agents READ agents CONSTANT)
 
@@ -89,8 +100,12 @@ class TidewatchViewModel : public QObject {
   void clearMonitoring();
   // From the inventory, after each publication.
   void inventoryPublished(const AgentInventorySnapshot& snapshot);
+  // Why the hook server is not receiving, as the connection store words it; absent when it is.
+  void setReceiverFailure(const std::optional<std::string>& failure);
   // Asked after every action: the list refreshes at once.
   std::function<void()> requestScan;
+  // The agents pane's Retry, when the hook server failed to start.
+  std::function<void()> retryReceiver;
 
   // Properties.
   QString state() const;
@@ -120,6 +135,21 @@ class TidewatchViewModel : public QObject {
   QString killNotice() const { return killNotice_; }
   QVariantMap displayFields() const;
   QString rowDensity() const;
+  // The agents pane's words around its rows: summary, state line, footer, the connection prompt,
+  // the empty state (title, detail, actions) and the provider counts of the filter.
+  QVariantMap agentsPane() const { return agentsPane_; }
+  // The ports pane's words around its rows, rebuilt with them.
+  QString countText() const { return countText_; }
+  QString lastScannedText() const;
+  QString footerText() const { return footerText_; }
+  QVariantMap emptyState() const { return emptyState_; }
+  // {raw, name, stale} for each chip, in chip order.
+  QVariantList chips() const { return chips_; }
+  QString scopeChipText() const;
+  QString scopeChipHelp() const;
+  QVariantList sortModes() const;
+  QString sortModeName() const;
+  QString visibleStopHelp() const;
   QObject* listeners() { return &listenerRows_; }
   QObject* agents() { return &agentRows_; }
 
@@ -141,6 +171,23 @@ class TidewatchViewModel : public QObject {
   Q_INVOKABLE void scopeToAgent(const QString& sessionID);
   Q_INVOKABLE void clearAgentScope();
   Q_INVOKABLE void focusHost(const QString& rowID);
+  // The id an arrow press selects among the rows on show; empty for an empty list.
+  Q_INVOKABLE QString nextSelection(const QString& selectedID, int delta) const;
+  // The row's menu: {action, title, hint, destructive, dividerBefore, payload}, where payload is
+  // what Open and the copies use.
+  Q_INVOKABLE QVariantList actionMenu(const QString& rowID) const;
+  Q_INVOKABLE QString actionMenuTitle(const QString& rowID) const;
+  // The menu's focus, kill, force kill and pool stop.
+  Q_INVOKABLE void performMenuAction(const QString& rowID, const QString& action);
+  // O, T or K on the selected row: {handled, kind, url}; a stop only asks for its confirmation,
+  // and an open is left to the caller with the url.
+  Q_INVOKABLE QVariantMap keyboardAction(const QString& rowID, const QString& key);
+  // An empty state's button, by its words.
+  Q_INVOKABLE void performEmptyStateAction(const QString& action);
+  Q_INVOKABLE void performAgentsEmptyStateAction(const QString& action);
+  Q_INVOKABLE void dismissNotice() { setKillNotice(std::nullopt); }
+  // The settings changed what a row shows.
+  void reloadDisplaySettings();
 
   // The same in C++ terms, for the callers that hold the requests.
   void confirmKill(const KillRequest& request);
@@ -184,6 +231,8 @@ class TidewatchViewModel : public QObject {
   void pendingChanged();
   void killNoticeChanged();
   void displayChanged();
+  void agentsPaneChanged();
+  void portsPaneChanged();
 
  private:
   enum class State { loaded, failed, loading };
@@ -203,6 +252,9 @@ class TidewatchViewModel : public QObject {
   void refreshExactAgentScope(const ScanResult& result);
   void rebuildListenerRows();
   void rebuildAgentRows();
+  void rebuildPortsPaneWords(const std::optional<ScanResult>& shown, const ListenerListModel& model);
+  QString detailLine(const PortListener& listener) const;
+  static QString agentDetailLine(const AgentSessionSnapshot& row);
   std::optional<PortListener> listener(const QString& rowID) const;
   std::optional<AgentSessionSnapshot> session(const QString& sessionID) const;
   void clearPending();
@@ -237,6 +289,13 @@ class TidewatchViewModel : public QObject {
   unsigned long long inventoryGeneration_ = 0;
   KeyedListModel listenerRows_;
   KeyedListModel agentRows_;
+  QVariantMap agentsPane_;
+  QString countText_;
+  QString footerText_;
+  QVariantMap emptyState_;
+  QVariantList chips_;
+  std::vector<std::string> shownIDs_;
+  std::optional<std::string> receiverFailure_;
 };
 
 }  // namespace tidewatch

@@ -1,6 +1,6 @@
-// The panel's first layout: the listening ports beside the agent sessions, or the first-run
-// surfaces until they are through. Every text and decision comes from the models; this file only
-// lays out and binds.
+// The panel: the first-run surfaces until they are through, then the header over the ports or
+// the agents, with settings, confirmations and notices above them. Every text and decision comes
+// from the models; this file lays out, binds and animates.
 pragma ComponentBehavior: Bound
 
 import QtQuick
@@ -10,58 +10,38 @@ Item {
 
     required property var viewModel
     required property var panel
-
-    readonly property color ink: "#eceef2"
-    readonly property color mutedInk: "#9aa0ab"
-    readonly property color accent: "#5cc8ff"
-    readonly property color line: "#2c2f36"
+    required property var settings
+    property bool showSettings: false
 
     width: 700
     height: 480
 
-    component PlainButton: Rectangle {
-        id: button
+    // Escape closes what is on top: the action menu, the sort menu, a confirmation, the settings;
+    // then the panel.
+    function closeTopmost() {
+        if (ports.closeMenu()) return
+        if (header.sortMenuShown) { header.sortMenuShown = false; return }
+        if (root.viewModel.pendingConfirmation.length > 0) { root.viewModel.cancelConfirmation(); return }
+        if (root.showSettings) { root.showSettings = false; return }
+        root.panel.dismissNow()
+    }
 
-        property string text
-        property bool primary: false
-        signal clicked
-
-        implicitWidth: label.implicitWidth + 28
-        implicitHeight: 30
-        radius: 8
-        color: button.primary ? (mouse.pressed ? "#3aa7e0" : root.accent) : (mouse.containsMouse ? "#34373f" : "#2a2d34")
-        border.color: button.activeFocus ? root.accent : "transparent"
-        activeFocusOnTab: true
-        Accessible.role: Accessible.Button
-        Accessible.name: text
-        Keys.onReturnPressed: button.clicked()
-        Keys.onSpacePressed: button.clicked()
-
-        Text {
-            id: label
-            anchors.centerIn: parent
-            text: button.text
-            color: button.primary ? "#0b1420" : root.ink
-            font.pixelSize: 13
-            font.weight: Font.Medium
-        }
-        MouseArea {
-            id: mouse
-            anchors.fill: parent
-            hoverEnabled: true
-            onClicked: button.clicked()
-        }
+    Connections {
+        target: root.panel
+        function onEscapePressed() { root.closeTopmost() }
+        function onShown() { if (header.ports) ports.focusList() }
     }
 
     Rectangle {
         id: card
         anchors.fill: parent
         radius: root.panel.windowMode ? 0 : 22
-        color: "#17181c"
+        color: Theme.background
         border.color: root.panel.windowMode ? "transparent" : "#33363d"
         border.width: 1
         clip: true
         opacity: root.panel.revealed ? 1 : 0
+        scale: root.panel.revealed ? 1 : 0.98
 
         Behavior on opacity {
             NumberAnimation {
@@ -71,235 +51,103 @@ Item {
                 easing.bezierCurve: [0.23, 1.0, 0.32, 1.0, 1.0, 1.0]
             }
         }
+        Behavior on scale {
+            NumberAnimation { duration: root.panel.revealDuration; easing.type: Easing.OutCubic }
+        }
+
+        OfferView {
+            anchors.fill: parent
+            visible: root.panel.surface === "offer"
+            panel: root.panel
+        }
+        WalkthroughView {
+            anchors.fill: parent
+            visible: root.panel.surface === "walkthrough"
+            panel: root.panel
+        }
 
         Item {
-            id: header
-            anchors { left: parent.left; right: parent.right; top: parent.top }
-            height: 56
-
-            Text {
-                id: title
-                anchors { left: parent.left; leftMargin: 22; verticalCenter: parent.verticalCenter }
-                text: "Tidewatch"
-                color: root.ink
-                font.pixelSize: 17
-                font.weight: Font.DemiBold
-            }
-            Text {
-                anchors { left: title.right; leftMargin: 12; right: quitButton.left; rightMargin: 12
-                          verticalCenter: parent.verticalCenter }
-                text: root.panel.surface === "list" ? root.viewModel.stateMessage : ""
-                color: root.mutedInk
-                font.pixelSize: 12
-                elide: Text.ElideRight
-            }
-            PlainButton {
-                id: quitButton
-                anchors { right: parent.right; rightMargin: 16; verticalCenter: parent.verticalCenter }
-                text: "Quit Tidewatch"
-                onClicked: root.panel.quit()
-            }
-            Rectangle {
-                anchors { left: parent.left; right: parent.right; bottom: parent.bottom }
-                height: 1
-                color: root.line
-            }
-        }
-
-        // First run: the offer to open at login, then a short welcome.
-        Column {
-            visible: root.panel.surface !== "list"
-            anchors.centerIn: parent
-            anchors.verticalCenterOffset: 20
-            spacing: 14
-            width: 460
-
-            Text {
-                width: parent.width
-                text: root.panel.surface === "offer" ? "Open Tidewatch when you log in?"
-                                                     : "See what’s listening. Fix localhost faster."
-                color: root.ink
-                font.pixelSize: 20
-                font.weight: Font.DemiBold
-                wrapMode: Text.WordWrap
-                horizontalAlignment: Text.AlignHCenter
-            }
-            Text {
-                width: parent.width
-                text: root.panel.surface === "offer"
-                      ? "It sits in the tray and watches your local ports and coding agents."
-                      : "Every listening port with the process behind it, and the agents at work beside them."
-                color: root.mutedInk
-                font.pixelSize: 13
-                wrapMode: Text.WordWrap
-                horizontalAlignment: Text.AlignHCenter
-            }
-            Text {
-                width: parent.width
-                visible: text.length > 0
-                text: root.panel.offerMessage
-                color: "#f5b86a"
-                font.pixelSize: 12
-                wrapMode: Text.WordWrap
-                horizontalAlignment: Text.AlignHCenter
-            }
-            Row {
-                anchors.horizontalCenter: parent.horizontalCenter
-                spacing: 10
-                PlainButton {
-                    visible: root.panel.surface === "offer"
-                    text: "Not now"
-                    onClicked: root.panel.declineOffer()
-                }
-                PlainButton {
-                    primary: true
-                    text: root.panel.surface === "offer" ? "Open at Login" : "Continue"
-                    onClicked: root.panel.surface === "offer" ? root.panel.enableAtLogin()
-                                                              : root.panel.finishWalkthrough()
-                }
-            }
-        }
-
-        // The list: ports on the left, agent sessions on the right.
-        Row {
+            id: main
+            anchors { fill: parent; leftMargin: 18; rightMargin: 18; bottomMargin: 10 }
             visible: root.panel.surface === "list"
-            anchors { left: parent.left; right: parent.right; top: header.bottom; bottom: parent.bottom
-                      margins: 14 }
-            spacing: 14
 
-            Column {
-                width: (parent.width - parent.spacing) * 0.6
-                height: parent.height
-                spacing: 8
-
-                Text {
-                    text: "Listening ports"
-                    color: root.mutedInk
-                    font.pixelSize: 11
-                    font.weight: Font.DemiBold
-                    font.capitalization: Font.AllUppercase
-                }
-                ListView {
-                    id: ports
-                    width: parent.width
-                    height: parent.height - 24
-                    clip: true
-                    spacing: 4
-                    model: root.viewModel.listeners
-                    delegate: Rectangle {
-                        id: portRow
-                        required property int port
-                        required property string processName
-                        required property var classificationLabel
-                        required property string bindBadge
-                        required property var poolSize
-                        required property var projectName
-
-                        width: ports.width
-                        height: 44
-                        radius: 10
-                        color: "#1f2126"
-
-                        Text {
-                            id: portNumber
-                            anchors { left: parent.left; leftMargin: 12; verticalCenter: parent.verticalCenter }
-                            width: 62
-                            text: String(portRow.port)
-                            color: root.accent
-                            font.family: "JetBrains Mono"
-                            font.pixelSize: 15
-                            font.weight: Font.DemiBold
-                        }
-                        Column {
-                            anchors { left: portNumber.right; right: badge.left; rightMargin: 8
-                                      verticalCenter: parent.verticalCenter }
-                            Text {
-                                width: parent.width
-                                text: portRow.processName + (portRow.poolSize > 1 ? " ×" + portRow.poolSize : "")
-                                color: root.ink
-                                font.pixelSize: 13
-                                elide: Text.ElideRight
-                            }
-                            Text {
-                                width: parent.width
-                                text: portRow.projectName ? portRow.classificationLabel + " · " + portRow.projectName
-                                                         : (portRow.classificationLabel || "")
-                                color: root.mutedInk
-                                font.pixelSize: 11
-                                elide: Text.ElideRight
-                            }
-                        }
-                        Text {
-                            id: badge
-                            anchors { right: parent.right; rightMargin: 12; verticalCenter: parent.verticalCenter }
-                            text: portRow.bindBadge
-                            color: root.mutedInk
-                            font.pixelSize: 11
-                        }
-                    }
-                }
+            Header {
+                id: header
+                anchors { left: parent.left; right: parent.right; top: parent.top }
+                viewModel: root.viewModel
+                settingsShown: root.showSettings
+                onSettingsToggled: root.showSettings = !root.showSettings
+                onMoveSelection: function(delta) { if (header.ports) ports.moveSelection(delta) }
             }
-
-            Column {
-                width: (parent.width - parent.spacing) * 0.4
-                height: parent.height
-                spacing: 8
-
-                Text {
-                    text: "Agents"
-                    color: root.mutedInk
-                    font.pixelSize: 11
-                    font.weight: Font.DemiBold
-                    font.capitalization: Font.AllUppercase
-                }
-                Text {
-                    visible: agentList.count === 0
-                    width: parent.width
-                    text: "No coding agents at work."
-                    color: root.mutedInk
-                    font.pixelSize: 12
-                    wrapMode: Text.WordWrap
-                }
-                ListView {
-                    id: agentList
-                    width: parent.width
-                    height: parent.height - 24
-                    clip: true
-                    spacing: 4
-                    model: root.viewModel.agents
-                    delegate: Rectangle {
-                        id: agentRow
-                        required property string providerName
-                        required property string stateText
-                        required property string location
-                        required property var projectName
-
-                        width: agentList.width
-                        height: 44
-                        radius: 10
-                        color: "#1f2126"
-
-                        Column {
-                            anchors { left: parent.left; right: parent.right; margins: 12
-                                      verticalCenter: parent.verticalCenter }
-                            Text {
-                                width: parent.width
-                                text: agentRow.providerName + " · " + agentRow.stateText
-                                color: root.ink
-                                font.pixelSize: 13
-                                elide: Text.ElideRight
-                            }
-                            Text {
-                                width: parent.width
-                                text: agentRow.projectName ? agentRow.projectName : agentRow.location
-                                color: root.mutedInk
-                                font.pixelSize: 11
-                                elide: Text.ElideRight
-                            }
-                        }
-                    }
-                }
+            PortsPane {
+                id: ports
+                anchors { left: parent.left; right: parent.right; top: header.bottom; topMargin: 8; bottom: parent.bottom }
+                visible: header.ports
+                viewModel: root.viewModel
+                panel: root.panel
             }
+            AgentsPane {
+                anchors { left: parent.left; right: parent.right; top: header.bottom; topMargin: 8; bottom: parent.bottom }
+                visible: !header.ports
+                viewModel: root.viewModel
+            }
+        }
+
+        // A notice of a guarded action that did not go as asked.
+        Rectangle {
+            id: notice
+            visible: root.viewModel.killNotice.length > 0
+            anchors { left: parent.left; right: parent.right; bottom: parent.bottom; margins: 14; bottomMargin: 46 }
+            height: noticeText.implicitHeight + 20
+            radius: 10
+            color: "#3a2a1a"
+            border.color: Theme.warning
+            z: 30
+            Accessible.role: Accessible.AlertMessage
+            Accessible.name: root.viewModel.killNotice
+            Icon {
+                id: noticeIcon
+                anchors { left: parent.left; leftMargin: 12; verticalCenter: parent.verticalCenter }
+                name: "circle-alert"
+                tint: Theme.warning
+            }
+            Text {
+                id: noticeText
+                anchors { left: noticeIcon.right; leftMargin: 8; right: noticeClose.left; rightMargin: 8; verticalCenter: parent.verticalCenter }
+                text: root.viewModel.killNotice
+                color: Theme.ink
+                font.family: Theme.sans
+                font.pixelSize: 12
+                wrapMode: Text.WordWrap
+            }
+            IconButton {
+                id: noticeClose
+                anchors { right: parent.right; rightMargin: 6; verticalCenter: parent.verticalCenter }
+                icon: "x"
+                help: "Dismiss"
+                onClicked: root.viewModel.dismissNotice()
+            }
+        }
+
+        SettingsView {
+            anchors.fill: parent
+            visible: root.showSettings && root.panel.surface === "list"
+            z: 40
+            settings: root.settings
+            panel: root.panel
+            cornerRadius: card.radius
+            onClosed: root.showSettings = false
+        }
+
+        ConfirmationOverlay {
+            id: confirmation
+            anchors.fill: parent
+            visible: root.viewModel.pendingConfirmation.length > 0
+            z: 50
+            confirmation: root.viewModel.confirmation
+            onConfirmed: root.viewModel.confirm()
+            onCancelled: root.viewModel.cancelConfirmation()
+            onVisibleChanged: if (visible) focusConfirm(); else if (header.ports) ports.focusList()
         }
     }
 }

@@ -12,7 +12,7 @@ front=$1/tidewatch
 watcher_program=$2
 source "$here/desktop_session.sh"
 
-for tool in Xvfb dbus-daemon openbox xcompmgr trayer xdotool xwininfo xdpyinfo python3; do
+for tool in Xvfb dbus-daemon openbox xcompmgr trayer xdotool xwininfo xdpyinfo python3 ss; do
   command -v "$tool" >/dev/null || { echo "FAIL: $tool is missing; scripts/setup.sh installs it" >&2; exit 1; }
 done
 
@@ -42,6 +42,7 @@ no_socket() { [[ ! -e $(socket_path) ]]; }
 has_socket() { [[ -S $(socket_path) ]]; }
 panel_closed() { ! panel_geometry; }
 lists_port() { listed_ports | grep -q "^$1 "; }
+listening() { ss -ltn "sport = :$1" | grep -q LISTEN; }
 app_gone() { ! kill -0 "$app" 2>/dev/null; }
 free_port() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'; }
 
@@ -65,6 +66,8 @@ check "the panel is 700 x 480 at $expected_x,$((iy - 6 - 480)) (was $px,$py ${pw
 port=$(free_port)
 python3 -m http.server "$port" --bind 127.0.0.1 >/dev/null 2>&1 &
 listener=$!
+# Two seconds from the moment it listens, however long Python takes to start.
+wait_for 10 listening "$port"
 check "a new listener is listed within two seconds" wait_for 2 lists_port "$port"
 kill "$listener"
 

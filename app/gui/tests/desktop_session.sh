@@ -35,7 +35,7 @@ session_start() {
     [[ -e /tmp/.X11-unix/X$number || -e /tmp/.X$number-lock ]] || break
   done
   export DISPLAY=:$number
-  Xvfb "$DISPLAY" -screen 0 1920x1080x24 -nolisten tcp >"$session_dir/xvfb.log" 2>&1 &
+  Xvfb "$DISPLAY" -screen 0 "${SESSION_SCREEN:-1920x1080}x24" -nolisten tcp >"$session_dir/xvfb.log" 2>&1 &
   session_pids+=($!)
   wait_for 10 xdpyinfo || { echo "session: Xvfb did not start" >&2; return 1; }
 
