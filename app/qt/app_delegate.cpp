@@ -41,6 +41,9 @@ void AppDelegate::applicationDidFinishLaunching() {
   viewModel_->retryReceiver = [this, alive] {
     if (alive.lock()) reconcileHookServer();
   };
+  viewModel_->connectProviderHooks = [this, alive](AgentKind provider) {
+    if (alive.lock()) host_->connections().connect(provider);
+  };
   host_->onConnectionsChanged = [this, alive] {
     if (!alive.lock()) return;
     viewModel_->setReceiverFailure(host_->connections().receiverFailure());

@@ -346,7 +346,9 @@ void TidewatchViewModel::rebuildAgentRows() {
   };
   if (globalPrompt) {
     pane.insert(QStringLiteral("promptProvider"), text(rawValue(globalPrompt->provider)));
-    pane.insert(QStringLiteral("promptKind"), static_cast<int>(globalPrompt->kind));
+    if (globalPrompt->kind == AgentsConnectionPrompt::Kind::connect) {
+      pane.insert(QStringLiteral("promptAction"), QStringLiteral("Connect ") + text(providerWord(globalPrompt->provider)));
+    }
   }
   const QString detail = text(globalPrompt ? globalPrompt->detail() : std::string(AgentsPaneText::noPromptDetail));
   QVariantMap empty;
@@ -640,6 +642,11 @@ void TidewatchViewModel::performEmptyStateAction(const QString& action) {
   } else if (action == QLatin1String("Try Again") && requestScan) {
     requestScan();
   }
+}
+
+void TidewatchViewModel::connectProvider(const QString& provider) {
+  const auto kind = agentKindFromRaw(provider.toStdString());
+  if (kind && connectProviderHooks) connectProviderHooks(*kind);
 }
 
 void TidewatchViewModel::performAgentsEmptyStateAction(const QString& action) {

@@ -106,6 +106,8 @@ class TidewatchViewModel : public QObject {
   std::function<void()> requestScan;
   // The agents pane's Retry, when the hook server failed to start.
   std::function<void()> retryReceiver;
+  // The agents pane's Connect, with the provider to connect.
+  std::function<void(AgentKind provider)> connectProviderHooks;
 
   // Properties.
   QString state() const;
@@ -186,6 +188,8 @@ class TidewatchViewModel : public QObject {
   Q_INVOKABLE void performEmptyStateAction(const QString& action);
   Q_INVOKABLE void performAgentsEmptyStateAction(const QString& action);
   Q_INVOKABLE void dismissNotice() { setKillNotice(std::nullopt); }
+  // The provider's raw value.
+  Q_INVOKABLE void connectProvider(const QString& provider);
   // The settings changed what a row shows.
   void reloadDisplaySettings();
 

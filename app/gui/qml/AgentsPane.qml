@@ -98,7 +98,7 @@ Item {
 
     Text {
         id: footer
-        anchors { left: parent.left; leftMargin: 4; right: parent.right; bottom: parent.bottom }
+        anchors { left: parent.left; leftMargin: 4; right: connect.left; rightMargin: 8; bottom: parent.bottom }
         height: 28
         verticalAlignment: Text.AlignVCenter
         text: pane.words.footer || ""
@@ -106,5 +106,15 @@ Item {
         font.family: Theme.sans
         font.pixelSize: Theme.small
         elide: Text.ElideRight
+    }
+    // A provider not connected yet: connect it from here.
+    PlainButton {
+        id: connect
+        anchors { right: parent.right; verticalCenter: footer.verticalCenter }
+        visible: !!pane.words.promptAction
+        width: visible ? implicitWidth : 0
+        icon: "plug"
+        text: pane.words.promptAction || ""
+        onClicked: pane.viewModel.connectProvider(pane.words.promptProvider)
     }
 }

@@ -139,6 +139,33 @@ Rectangle {
                     checked: view.settings.shortcutEnabled
                     onToggled: function(on) { view.settings.setShortcutEnabled(on) }
                 }
+                Row {
+                    spacing: 8
+                    PlainButton {
+                        text: recorder.activeFocus ? "Press the new shortcut…" : "Record Shortcut"
+                        help: "Records the next key pressed with Ctrl, Alt or Super; Escape cancels"
+                        onClicked: recorder.forceActiveFocus()
+                    }
+                    Item {
+                        id: recorder
+                        width: 1
+                        height: 1
+                        Accessible.role: Accessible.EditableText
+                        Accessible.name: "Shortcut recorder"
+                        Keys.onPressed: function(event) {
+                            event.accepted = true
+                            if (event.key === Qt.Key_Escape) { recorder.focus = false; return }
+                            const modifierKeys = [Qt.Key_Control, Qt.Key_Alt, Qt.Key_Meta, Qt.Key_Super_L, Qt.Key_Super_R, Qt.Key_Shift]
+                            if (modifierKeys.indexOf(event.key) >= 0) return
+                            const key = event.key >= 0x20 && event.key < 0x7f ? String.fromCharCode(event.key) : event.text
+                            view.settings.recordShortcut(key, (event.modifiers & Qt.ControlModifier) !== 0,
+                                                         (event.modifiers & Qt.AltModifier) !== 0,
+                                                         (event.modifiers & Qt.MetaModifier) !== 0,
+                                                         (event.modifiers & Qt.ShiftModifier) !== 0)
+                            recorder.focus = false
+                        }
+                    }
+                }
                 Note {
                     visible: text.length > 0
                     text: view.settings.shortcutError

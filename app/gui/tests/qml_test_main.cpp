@@ -63,6 +63,23 @@ class Fixture : public QObject {
     return model;
   }
 
+  // The settings over the same store as the view model, wired as the application wires them.
+  Q_INVOKABLE QObject* settingsFor(QObject* viewModel) {
+    auto* model = qobject_cast<TidewatchViewModel*>(viewModel);
+    auto* settings = new SettingsModel(
+        SettingsModel::Parts{.defaults = DefaultsStore(directory_.filePath(QStringLiteral("defaults.json")).toStdString()),
+                             .shortcut = nullptr,
+                             .shortcutProfile = nullptr,
+                             .launchAtLogin = nullptr,
+                             .connections = nullptr,
+                             .retryReceiver = {},
+                             .version = "test",
+                             .operatingSystem = "test"},
+        this);
+    connect(settings, &SettingsModel::displaySettingsChanged, model, [model] { model->reloadDisplaySettings(); });
+    return settings;
+  }
+
   QStringList signalled() const { return signalled_; }
 
  Q_SIGNALS:
