@@ -66,7 +66,7 @@ start_app && open_panel && shoot panel-offer && stop_app
 settings '{"launchAtLoginOfferCompleted": true}'
 start_app && open_panel && shoot panel-walkthrough && stop_app
 
-settings "{$onboarded, \"display.showProject\": true, \"display.showCPU\": true, \"display.showMemory\": true, \"display.showPower\": true}"
+settings "{$onboarded, \"display.showProject\": true, \"display.showCPU\": true, \"display.showMemory\": true, \"display.showPower\": true, \"agentConnections.claude.configured\": true}"
 start_app && open_panel
 shoot panel-ports
 keys Down Return
@@ -82,13 +82,24 @@ shoot panel-empty-state
 keys ctrl+a BackSpace
 kill "$codex"  # one agent finishes
 sleep 1.5
+# Claude Code's hooks, through the relay: one session at work, one that has ended.
+hook() {
+  printf '{"session_id":"%s","hook_event_name":"%s","cwd":"%s"}' "$1" "$2" "$world" |
+    (cd "$world" && "$bin/tidewatch" agent-event --provider claude --protocol 1)
+}
+hook review-api UserPromptSubmit
+hook fix-tests UserPromptSubmit
+hook fix-tests SessionEnd
+sleep 0.5
 click_at 97 26  # the Agents pane
 click_at 300 195  # open the first session
 shoot panel-agents
-# A stop asked for after the agent has gone leaves a notice.
+# A stop asked for after the agent has gone leaves a notice: the second session is the process.
+click_at 300 195
+click_at 300 248
 kill "$claude"
 sleep 0.3
-click_at 226 254  # its Stop
+click_at 226 308  # its Stop
 sleep 1.5
 shoot panel-notice
 click_at 668 26  # settings

@@ -15,7 +15,6 @@ Rectangle {
     implicitWidth: row.implicitWidth + 24
     implicitHeight: 28
     radius: 8
-    opacity: enabledButton ? 1 : 0.45
     color: primary ? (mouse.pressed ? Qt.darker(Theme.accent, 1.2) : Theme.accent)
                    : destructive ? (mouse.containsMouse ? "#5a2626" : "#3a1f22")
                                  : (mouse.containsMouse ? Theme.raisedHover : "#2a2d34")
@@ -33,6 +32,8 @@ Rectangle {
         id: row
         anchors.centerIn: parent
         spacing: 6
+        // Dimmed when it cannot act; its tooltip, which says why, stays clear.
+        opacity: button.enabledButton ? 1 : 0.45
         Icon {
             visible: button.icon.length > 0
             name: button.icon
