@@ -121,8 +121,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   host_->onSnapshot = [this, alive](const AgentInventorySnapshot& snapshot) {
     if (!alive.lock()) return;
     viewModel_->inventoryPublished(snapshot);
-    // The island draws from here once it exists; until then the completions are only counted.
-    if (agentActivityActive_) pendingIslandCompletions_.clear();
+    renderIslandFromInventory(snapshot);
   };
 
   syncMonitoring();
@@ -134,6 +133,7 @@ void AppDelegate::applicationWillTerminate() {
   globalShortcut_->stop();
   if (loops_.stopPanelScan) loops_.stopPanelScan();
   if (loops_.stopTracking) loops_.stopTracking();
+  if (island_) island_->shutDown();
   host_->stop();
 }
 
@@ -244,12 +244,43 @@ void AppDelegate::renderAgentActivity(const AgentTrackingLifecycleEvent& event) 
     case AgentTrackingLifecycleEvent::Kind::stopped:
       agentActivityActive_ = event.kind == AgentTrackingLifecycleEvent::Kind::started;
       pendingIslandCompletions_.clear();
+      if (island_) island_->hide();
       break;
     case AgentTrackingLifecycleEvent::Kind::update:
       // The island draws from the inventory alone, never from the tracker directly.
       if (event.update) host_->applyTrackingUpdate(trackingFacts(*event.update));
       break;
   }
+}
+
+void AppDelegate::renderIslandFromInventory(const AgentInventorySnapshot& snapshot) {
+  // The island is drawn from the inventory alone, and only while tracking runs.
+  if (!agentActivityActive_) return;
+  NotchIslandPresentation shown;
+  for (const auto& session : snapshot.ambientSessions()) {
+    auto& state = session.provider == AgentKind::codex ? shown.codex : shown.claude;
+    ++state.count;
+    if (session.state == AgentSessionState::needsAttention || session.state == AgentSessionState::working) {
+      state.isWorking = true;
+    }
+  }
+  shown.codex.finishedCount = std::max(0, pendingIslandCompletions_[AgentKind::codex]);
+  shown.claude.finishedCount = std::max(0, pendingIslandCompletions_[AgentKind::claude]);
+  if (!island_ && dependencies_.makeIsland) island_ = dependencies_.makeIsland();
+  if (island_) {
+    // What stays once the completions have played.
+    const auto steady = [](NotchIslandAgentState state) {
+      state.count = std::max(0, state.count);
+      state.isWorking = state.isWorking && state.count > 0;
+      state.finishedCount = 0;
+      return state;
+    };
+    island_->latestPresentation = {steady(shown.codex), steady(shown.claude)};
+    island_->isSynchronizingFromApp = true;
+    island_->presentLatest(shown);
+    island_->isSynchronizingFromApp = false;
+  }
+  pendingIslandCompletions_.clear();
 }
 
 void AppDelegate::handleCompletionEdges(const std::vector<AgentCompletionEdge>& edges) {

@@ -12,6 +12,7 @@
 
 #include "app/global_shortcut.h"
 #include "app/launch_at_login.h"
+#include "app/notch_island.h"
 #include "app/onboarding.h"
 #include "app/panel_controller.h"
 #include "app/qt/tidewatch_view_model.h"
@@ -66,6 +67,8 @@ class AppDelegate {
     GlobalShortcutManager::Dependencies shortcut;
     UpdateService updates;
     std::function<bool()> reduceMotion;
+    // The island beside the top of the screen, made on first use; absent where none can be drawn.
+    std::function<std::unique_ptr<NotchIslandController>()> makeIsland;
 
     // This machine's; the shortcut and update services are not offered yet.
     static Dependencies live(std::shared_ptr<MainExecutor> executor);
@@ -114,6 +117,7 @@ class AppDelegate {
   DefaultsStore& defaults() { return dependencies_.defaults; }
   const LaunchAtLoginService& launchAtLogin() const { return dependencies_.launchAtLogin; }
   const std::map<AgentKind, int>& pendingIslandCompletions() const { return pendingIslandCompletions_; }
+  NotchIslandController* island() { return island_.get(); }
   bool agentActivityActive() const { return agentActivityActive_; }
   OnboardingPresentation presentation() const;
 
@@ -128,6 +132,7 @@ class AppDelegate {
   void syncAutomaticUpdateChecks();
   void renderAgentActivity(const AgentTrackingLifecycleEvent& event);
   void handleCompletionEdges(const std::vector<AgentCompletionEdge>& edges);
+  void renderIslandFromInventory(const AgentInventorySnapshot& snapshot);
   bool intakeOpen() const;
 
   Dependencies dependencies_;
@@ -137,6 +142,7 @@ class AppDelegate {
   std::unique_ptr<TidewatchViewModel> viewModel_;
   std::unique_ptr<GlobalShortcutManager> globalShortcut_;
   std::unique_ptr<PanelController> panel_;
+  std::unique_ptr<NotchIslandController> island_;
   PopoverRevealState reveal_;
   MonitoringLoops loops_;
   bool agentActivityActive_ = false;

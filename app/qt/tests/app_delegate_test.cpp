@@ -77,6 +77,34 @@ class AppDelegateTest : public ::testing::Test {
         .registerHotKey = [](uint32_t, uint32_t) { return GlobalShortcutManager::Registration::unavailable; },
         .unregisterHotKey = [] {},
     };
+    d.makeIsland = [this] {
+      const auto wing = [this](std::string side) {
+        return NotchIslandWingOperations{
+            .present = [this, side](const ScreenRect&, double, const NotchIslandAgentState& state,
+                                    const CorallineAccessibilityOptions&) {
+              island.push_back(side + " " + std::to_string(state.count) + (state.isWorking ? " working" : "") +
+                               (state.finishedCount > 0 ? " +" + std::to_string(state.finishedCount) + " done" : ""));
+            },
+            .hide = [this, side](bool, bool, bool) { island.push_back(side + " hidden"); },
+            .hardHide = [this, side] { island.push_back(side + " gone"); },
+            .isPresentingCompletion = [] { return false; },
+            .isRetracting = [] { return false; },
+        };
+      };
+      NotchPlacementResolver::ScreenContext notched;
+      notched.isBuiltIn = notched.hasNotch = true;
+      notched.screenFrame = {0, 0, 1512, 982};
+      notched.auxiliaryTopLeft = ScreenRect{0, 950, 656, 32};
+      notched.auxiliaryTopRight = ScreenRect{856, 950, 656, 32};
+      return std::make_unique<NotchIslandController>(NotchIslandController::Dependencies{
+          .executor = executor,
+          .leftWing = wing("codex"),
+          .rightWing = wing("claude"),
+          .screenContexts = [notched] { return std::vector{notched}; },
+          .accessibilityOptions = [] { return CorallineAccessibilityOptions{}; },
+          .spaceTransitionDelay = {},
+      });
+    };
     d.updates = {.available = true,
                  .automaticallyChecks = [this] { return updateChecks; },
                  .setAutomaticallyChecks = [this](bool on) { updateChecks = on; }};
@@ -117,6 +145,7 @@ class AppDelegateTest : public ::testing::Test {
   bool updateChecks = true;
   bool visible = false;
   bool highlighted = false;
+  std::vector<std::string> island;
   std::unique_ptr<AppDelegate> delegate;
 };
 
@@ -180,7 +209,7 @@ TEST_F(AppDelegateTest, OneLoopAtATimeTheRunningOneStoppedFirst) {
   EXPECT_EQ(takeLoops(), (std::vector<std::string>{"scan off", "tracking on"}));
 }
 
-TEST_F(AppDelegateTest, TrackingFeedsTheInventoryAndCompletionsCountOnlyWhileItRuns) {
+TEST_F(AppDelegateTest, TrackingFeedsTheInventoryAndTheIslandDrawsFromIt) {
   onboard();
   launch();
   sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::started, std::nullopt});
@@ -201,9 +230,24 @@ TEST_F(AppDelegateTest, TrackingFeedsTheInventoryAndCompletionsCountOnlyWhileItR
   ASSERT_EQ(delegate->host().inventory().snapshot().ambientSessions().size(), 1u);
   EXPECT_EQ(delegate->viewModel().inventory(), delegate->host().inventory().snapshot()) << "the view model sees it";
 
+  EXPECT_EQ(island, (std::vector<std::string>{"codex 0", "claude 1 working"})) << "the island draws the inventory";
+
+  // The run ends: its completion flashes once on the island, then the wing is steady again.
+  island.clear();
+  AgentTrackingUpdate finished;
+  finished.finished = update.countedRuns;
+  finished.finished[0].state = AgentRunState::finished;
+  finished.scannedAt = wallClock();
+  sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::update, finished});
+  executor->runUntilIdle();
+  ASSERT_FALSE(island.empty());
+  EXPECT_EQ(island.back(), "claude 0 +1 done");
+  EXPECT_EQ(delegate->island()->latestPresentation.claude, NotchIslandAgentState{}) << "steady: nothing left";
+  EXPECT_TRUE(delegate->pendingIslandCompletions().empty());
+
   sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::stopped, std::nullopt});
   EXPECT_FALSE(delegate->agentActivityActive());
-  EXPECT_TRUE(delegate->pendingIslandCompletions().empty());
+  EXPECT_EQ(delegate->island()->disposition(), NotchIslandDisposition::hidden);
 }
 
 TEST_F(AppDelegateTest, TheSocketFollowsTheConnectionsAndTerminationRemovesIt) {
