@@ -69,9 +69,12 @@ TEST_F(LiveActions, APoolUnderAShellLosesItsWorkersWhileTheShellLives) {
   const pid_t shell = start({actor("bash"), "pool", "3", "127.0.0.1", actor("worker")}, root, std::nullopt, true);
   const int port = awaitListeners(1)[shell].front();
 
-  // The workers show as one pool once all three have become "worker".
+  // The workers show as one pool once all three have become "worker" and their supervisor is read
+  // (a worker caught between fork and exec still reads as the shell's copy).
   std::optional<PortListener> pool;
-  ASSERT_TRUE(eventually([&] { return (pool = row(std::nullopt, port)) && pool->workerPoolSize == 3; }));
+  ASSERT_TRUE(eventually([&] {
+    return (pool = row(std::nullopt, port)) && pool->workerPoolSize == 3 && StopPoolRequest::request(*pool, context);
+  }));
   EXPECT_EQ(pool->parentIdentity->pid, shell);
   const auto shellRow = row(shell, port);
   ASSERT_TRUE(shellRow.has_value());
