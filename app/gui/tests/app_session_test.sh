@@ -52,6 +52,12 @@ onboarded
 "$front" >"$session_dir/app.log" 2>&1 &
 app=$!
 check "the tray icon appears" wait_for 10 tray_icon_geometry
+# The tray lays its icons out after embedding them: click where the icon has come to rest.
+settled_icon() {
+  local first second
+  first=$(tray_icon_geometry) && sleep 0.2 && second=$(tray_icon_geometry) && [[ $first == "$second" ]]
+}
+wait_for 5 settled_icon
 read -r ix iy iw ih < <(tray_icon_geometry)
 xdotool mousemove $((ix + iw / 2)) $((iy + ih / 2)) click 1
 check "a click opens the panel" wait_for 5 panel_geometry
