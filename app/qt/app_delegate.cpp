@@ -11,10 +11,7 @@ AppDelegate::AppDelegate(Dependencies dependencies, Shell shell)
       shell_(std::move(shell)),
       reveal_(dependencies_.executor, dependencies_.reduceMotion) {
   auto hostParts = dependencies_.host;
-  hostParts.intakeOpen = [defaults = dependencies_.defaults] {
-    const auto flags = OnboardingFlags::read(defaults);
-    return flags.launchAtLoginOfferCompleted && flags.tidewatchOnboardingComplete;
-  };
+  hostParts.intakeOpen = [this] { return intakeOpen(); };
   host_ = std::make_unique<AgentInventoryHost>(std::move(hostParts));
   viewModel_ = std::make_unique<TidewatchViewModel>(dependencies_.viewModel);
   static const GlobalShortcutProfile& fallbackProfile = GlobalShortcutProfile::forLinux();

@@ -5,6 +5,7 @@
 
 #include "app/display_settings.h"
 #include "app/panel_views.h"
+#include "app/qt/tidewatch_view_model.h"
 
 namespace tidewatch {
 
@@ -33,12 +34,7 @@ SettingsModel::SettingsModel(Parts parts, QObject* parent) : QObject(parent), pa
 }
 
 QVariantMap SettingsModel::fields() const {
-  const auto f = DisplaySettings::visibleFields(parts_.defaults);
-  return {{QStringLiteral("port"), f.port},     {QStringLiteral("cpu"), f.cpu},
-          {QStringLiteral("memory"), f.memory}, {QStringLiteral("path"), f.path},
-          {QStringLiteral("host"), f.host},     {QStringLiteral("project"), f.project},
-          {QStringLiteral("uptime"), f.uptime}, {QStringLiteral("power"), f.power},
-          {QStringLiteral("powerLabels"), f.powerLabels}};
+  return TidewatchViewModel::fieldsMap(DisplaySettings::visibleFields(parts_.defaults));
 }
 
 QString SettingsModel::rowDensity() const { return text(DisplaySettings::rawValue(DisplaySettings::rowDensity(parts_.defaults))); }

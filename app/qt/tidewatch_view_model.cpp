@@ -661,8 +661,7 @@ void TidewatchViewModel::readDisplaySettings() {
 
 QString TidewatchViewModel::rowDensity() const { return text(DisplaySettings::rawValue(rowDensity_)); }
 
-QVariantMap TidewatchViewModel::displayFields() const {
-  const RowVisibleFields& f = displayFields_;
+QVariantMap TidewatchViewModel::fieldsMap(const RowVisibleFields& f) {
   return {{QStringLiteral("port"), f.port},       {QStringLiteral("cpu"), f.cpu},
           {QStringLiteral("memory"), f.memory},   {QStringLiteral("path"), f.path},
           {QStringLiteral("host"), f.host},       {QStringLiteral("project"), f.project},

@@ -135,7 +135,9 @@ class TidewatchViewModel : public QObject {
   // title, message and button of the pending confirmation.
   QVariantMap confirmation() const;
   QString killNotice() const { return killNotice_; }
-  QVariantMap displayFields() const;
+  QVariantMap displayFields() const { return fieldsMap(displayFields_); }
+  // What a row shows, by the names the views use.
+  static QVariantMap fieldsMap(const RowVisibleFields& fields);
   QString rowDensity() const;
   // The agents pane's words around its rows: summary, state line, footer, the connection prompt,
   // the empty state (title, detail, actions) and the provider counts of the filter.
