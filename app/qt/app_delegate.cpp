@@ -242,6 +242,8 @@ void AppDelegate::renderAgentActivity(const AgentTrackingLifecycleEvent& event) 
       agentActivityActive_ = event.kind == AgentTrackingLifecycleEvent::Kind::started;
       pendingIslandCompletions_.clear();
       if (island_) island_->hide();
+      agentCounts_ = {};
+      updateAgentIndicator();
       break;
     case AgentTrackingLifecycleEvent::Kind::update:
       // The island draws from the inventory alone, never from the tracker directly.
@@ -254,16 +256,29 @@ void AppDelegate::renderIslandFromInventory(const AgentInventorySnapshot& snapsh
   // The island is drawn from the inventory alone, and only while tracking runs.
   if (!agentActivityActive_) return;
   NotchIslandPresentation shown;
+  int working = 0;
   for (const auto& session : snapshot.ambientSessions()) {
     auto& state = session.provider == AgentKind::codex ? shown.codex : shown.claude;
     ++state.count;
     if (session.state == AgentSessionState::needsAttention || session.state == AgentSessionState::working) {
       state.isWorking = true;
+      ++working;
     }
   }
+  agentCounts_ = {shown.codex.count, shown.claude.count, working};
   shown.codex.finishedCount = std::max(0, pendingIslandCompletions_[AgentKind::codex]);
   shown.claude.finishedCount = std::max(0, pendingIslandCompletions_[AgentKind::claude]);
-  if (!island_ && dependencies_.makeIsland) island_ = dependencies_.makeIsland();
+  if (!island_ && dependencies_.makeIsland) {
+    island_ = dependencies_.makeIsland();
+    // The desktop's own events (a full-screen window, a screen gone) can move the island to the
+    // tray and back without a new snapshot.
+    std::weak_ptr<bool> alive = alive_;
+    if (island_) {
+      island_->onDispositionChange = [this, alive](NotchIslandDisposition) {
+        if (alive.lock()) updateAgentIndicator();
+      };
+    }
+  }
   if (island_) {
     // What stays once the completions have played.
     const auto steady = [](NotchIslandAgentState state) {
@@ -278,6 +293,23 @@ void AppDelegate::renderIslandFromInventory(const AgentInventorySnapshot& snapsh
     island_->isSynchronizingFromApp = false;
   }
   pendingIslandCompletions_.clear();
+  updateAgentIndicator();
+}
+
+void AppDelegate::updateAgentIndicator() {
+  // The tray tells the counts only where the island can't: no island at all, or its fallback.
+  // Hidden is the island settling (a workspace switch, a screen change) or having nothing to
+  // show: the tray keeps what it did, so its icon doesn't flicker through a transition.
+  if (!island_) {
+    trayTellsAgents_ = true;
+  } else if (island_->disposition() != NotchIslandDisposition::hidden) {
+    trayTellsAgents_ = island_->disposition() == NotchIslandDisposition::menuBarFallback;
+  }
+  const auto presentation = AgentIndicatorPresenter::presentation(agentActivityActive_ && trayTellsAgents_, agentCounts_[0],
+                                                                  agentCounts_[1], agentCounts_[2]);
+  if (agentIndicator_ == presentation) return;
+  agentIndicator_ = presentation;
+  if (shell_.showAgentIndicator) shell_.showAgentIndicator(presentation);
 }
 
 void AppDelegate::handleCompletionEdges(const std::vector<AgentCompletionEdge>& edges) {

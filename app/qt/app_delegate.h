@@ -5,6 +5,7 @@
 // reached through operations, so the rules run against fakes without a display.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <map>
 #include <memory>
@@ -16,6 +17,7 @@
 #include "app/onboarding.h"
 #include "app/panel_controller.h"
 #include "app/qt/tidewatch_view_model.h"
+#include "coralline_kit/agent_indicator_presenter.h"
 #include "coralline_kit/agent_tracking_lifecycle.h"
 #include "inventory/agent_inventory_host.h"
 #include "tidewatch_kit/panel_scan_lifecycle.h"
@@ -81,6 +83,9 @@ class AppDelegate {
     std::function<void()> quit;
     // Where the panel opens when no click says so (the shortcut): the tray's best guess now.
     std::function<PanelAnchor()> currentAnchor;
+    // The agent counts on the tray icon, while the island can't show them; the plain glyph
+    // otherwise.
+    std::function<void(const AgentIndicatorPresentation& presentation)> showAgentIndicator;
   };
 
   static constexpr double panelWidth = 700;
@@ -133,6 +138,7 @@ class AppDelegate {
   void renderAgentActivity(const AgentTrackingLifecycleEvent& event);
   void handleCompletionEdges(const std::vector<AgentCompletionEdge>& edges);
   void renderIslandFromInventory(const AgentInventorySnapshot& snapshot);
+  void updateAgentIndicator();
   bool intakeOpen() const;
 
   Dependencies dependencies_;
@@ -147,6 +153,10 @@ class AppDelegate {
   MonitoringLoops loops_;
   bool agentActivityActive_ = false;
   std::map<AgentKind, int> pendingIslandCompletions_;
+  // The counts the island was last given: codex, claude, and how many of them work.
+  std::array<int, 3> agentCounts_{};
+  std::optional<AgentIndicatorPresentation> agentIndicator_;
+  bool trayTellsAgents_ = false;
   bool terminated_ = false;
 };
 

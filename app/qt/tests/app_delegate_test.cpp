@@ -100,7 +100,7 @@ class AppDelegateTest : public ::testing::Test {
           .executor = executor,
           .leftWing = wing("codex"),
           .rightWing = wing("claude"),
-          .screenContexts = [notched] { return std::vector{notched}; },
+          .screenContexts = [this, notched] { return screens.value_or(std::vector{notched}); },
           .accessibilityOptions = [] { return CorallineAccessibilityOptions{}; },
           .spaceTransitionDelay = {},
       });
@@ -121,6 +121,7 @@ class AppDelegateTest : public ::testing::Test {
                .setHighlighted = [this](bool on) { highlighted = on; },
                .quit = [] {},
                .currentAnchor = [] { return underIcon; },
+               .showAgentIndicator = [this](const AgentIndicatorPresentation& shown) { indicators.push_back(shown); },
            });
     delegate->applicationDidFinishLaunching();
     executor->runUntilIdle();
@@ -146,6 +147,9 @@ class AppDelegateTest : public ::testing::Test {
   bool visible = false;
   bool highlighted = false;
   std::vector<std::string> island;
+  // Unset: one notched screen.
+  std::optional<std::vector<NotchPlacementResolver::ScreenContext>> screens;
+  std::vector<AgentIndicatorPresentation> indicators;
   std::unique_ptr<AppDelegate> delegate;
 };
 
@@ -248,6 +252,38 @@ TEST_F(AppDelegateTest, TrackingFeedsTheInventoryAndTheIslandDrawsFromIt) {
   sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::stopped, std::nullopt});
   EXPECT_FALSE(delegate->agentActivityActive());
   EXPECT_EQ(delegate->island()->disposition(), NotchIslandDisposition::hidden);
+}
+
+TEST_F(AppDelegateTest, TheTrayTellsTheCountsOnlyWhileTheIslandCannot) {
+  onboard();
+  launch();
+  sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::started, std::nullopt});
+  AgentTrackingUpdate update;
+  update.countedRuns.push_back(AgentRun{{ProcessIdentity{4321, 1'700'000'000, 0}, AgentKind::claude},
+                                        AgentKind::claude, HostAppKind::terminal, AgentRunState::active, 2, 0});
+  update.scannedAt = wallClock();
+  sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::update, update});
+  executor->runUntilIdle();
+  ASSERT_EQ(delegate->island()->disposition(), NotchIslandDisposition::island);
+  ASSERT_FALSE(indicators.empty());
+  EXPECT_TRUE(std::holds_alternative<AgentIndicatorGlyph>(indicators.back().display)) << "the island shows them";
+
+  // A full-screen window takes the notch: the island falls back and the tray takes over.
+  screens = std::vector<NotchPlacementResolver::ScreenContext>{};
+  const auto before = indicators.size();
+  delegate->island()->screenParametersChanged();
+  executor->runUntilIdle();
+  EXPECT_EQ(indicators.size(), before + 1) << "straight to the counts, without the glyph between";
+  EXPECT_EQ(delegate->island()->disposition(), NotchIslandDisposition::menuBarFallback);
+  EXPECT_EQ(indicators.back().display, (AgentIndicatorDisplay{AgentIndicatorCounts{0, 1}}));
+  EXPECT_EQ(indicators.back().tooltip, "1 Claude Code session running (1 active)");
+  const auto shown = indicators.size();
+  delegate->island()->screenParametersChanged();
+  executor->runUntilIdle();
+  EXPECT_EQ(indicators.size(), shown) << "no flicker while the island settles";
+
+  sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::stopped, std::nullopt});
+  EXPECT_TRUE(std::holds_alternative<AgentIndicatorGlyph>(indicators.back().display)) << "tracking off: the glyph";
 }
 
 TEST_F(AppDelegateTest, TheSocketFollowsTheConnectionsAndTerminationRemovesIt) {
