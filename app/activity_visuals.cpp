@@ -268,10 +268,14 @@ void AgentActivityGroupLayer::reset() {
   count_.reset();
 }
 
-bool AgentActivityGroupLayer::isMoving(MotionTime now) {
+bool AgentActivityGroupLayer::isTransitioning(MotionTime now) {
   bool moving = matrixLayer_.isMoving(now);
   moving = completionLayer_.isMoving(now) || moving;
-  moving = count_.isMoving(now) || moving;
+  return count_.isMoving(now) || moving;
+}
+
+bool AgentActivityGroupLayer::isMoving(MotionTime now) {
+  bool moving = isTransitioning(now);
   for (auto& cell : matrix_.cells()) moving = cell.isMoving(now) || moving;
   return moving;
 }

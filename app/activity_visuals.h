@@ -150,6 +150,8 @@ class AgentActivityGroupLayer {
   // The matrix from the latest working flag and options.
   void updateMatrix();
   bool isMoving(MotionTime now);
+  // Moving apart from the matrix's endless breathing: a fade, a roll, the checkmark.
+  bool isTransitioning(MotionTime now);
 
   // The checkmark's three points inside the 8-point square.
   static std::array<std::pair<double, double>, 3> checkmarkPath();

@@ -134,8 +134,8 @@ void NotchIslandWing::present(const ScreenRect& frame, double notchOverlap, cons
   } else {
     panel_.removeAll();
     panel_.opacity = 0;
-    if (setup_.panel.orderFront) setup_.panel.orderFront();
     visible_ = true;
+    if (setup_.panel.orderFront) setup_.panel.orderFront();
     if (!options.reduceMotion) {
       const double offset = side() == NotchIslandSide::left ? 6.0 : -6.0;
       surface_.add(entranceKey, {basicAnimation(LayerProperty::translationX, offset, 0, setup_.now(), milliseconds(180),
@@ -228,9 +228,14 @@ void NotchIslandWing::completionEnded() {
 }
 
 bool NotchIslandWing::isMoving(MotionTime now) {
+  const bool transitioning = isTransitioning(now);
+  return view_.activityGroup().isMoving(now) || transitioning;
+}
+
+bool NotchIslandWing::isTransitioning(MotionTime now) {
   bool moving = panel_.isMoving(now);
   moving = surface_.isMoving(now) || moving;
-  return view_.activityGroup().isMoving(now) || moving;
+  return view_.activityGroup().isTransitioning(now) || moving;
 }
 
 NotchIslandWingOperations NotchIslandWing::operations() {

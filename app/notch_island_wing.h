@@ -121,6 +121,8 @@ class NotchIslandWing {
   const NotchIslandWingView& contentView() const { return view_; }
   // Whether anything of the wing still moves; finished motions are forgotten.
   bool isMoving(MotionTime now);
+  // Moving apart from the matrix's breathing, which can be drawn at a lower rate.
+  bool isTransitioning(MotionTime now);
 
  private:
   void animateAlpha(double to, MotionTime duration, TimingCurve curve);

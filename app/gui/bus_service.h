@@ -1,5 +1,6 @@
 // The running application's face on the session bus: a later start calls OpenPanel and leaves;
-// a script may ask which ports the panel lists now ("port process" each).
+// a script may ask which ports the panel lists now ("port process" each), and what the island
+// shows (its disposition, then each shown wing's words).
 #pragma once
 
 #include <QObject>
@@ -19,9 +20,11 @@ class BusService : public QObject {
  public Q_SLOTS:
   Q_SCRIPTABLE void OpenPanel() { Q_EMIT openPanelRequested(); }
   Q_SCRIPTABLE QStringList ListedPorts() { return listedPorts ? listedPorts() : QStringList(); }
+  Q_SCRIPTABLE QStringList IslandState() { return islandState ? islandState() : QStringList(); }
 
  public:
   std::function<QStringList()> listedPorts;
+  std::function<QStringList()> islandState;
 
  Q_SIGNALS:
   void openPanelRequested();

@@ -128,6 +128,7 @@ int main(int argc, char** argv) {
   tidewatch::TrayApplication tray;
   QObject::connect(&service, &tidewatch::BusService::openPanelRequested, &tray, [&tray] { tray.openPanel(); });
   service.listedPorts = [&tray] { return tray.listedPorts(); };
+  service.islandState = [&tray] { return tray.islandState(); };
   // The session manager's end and every quit come through here.
   QObject::connect(&application, &QCoreApplication::aboutToQuit, &tray, [&tray] { tray.shutDown(); });
   quitOnSignals(&tray);

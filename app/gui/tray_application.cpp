@@ -8,6 +8,7 @@
 #include <QScreen>
 #include <QSysInfo>
 
+#include "app/gui/tray_badge.h"
 #include "coralline_kit/notch_placement_resolver.h"
 
 namespace tidewatch {
@@ -46,7 +47,16 @@ TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>(
   shell.setHighlighted = [](bool) {};  // a tray icon has no pressed look to keep
   shell.quit = [] { QCoreApplication::quit(); };
   shell.currentAnchor = [this] { return anchor(false); };
-  delegate_ = std::make_unique<AppDelegate>(AppDelegate::Dependencies::live(executor_), std::move(shell));
+  shell.showAgentIndicator = [this](const AgentIndicatorPresentation& presentation) {
+    showAgentIndicator(presentation);
+  };
+  accessibility_ = std::make_unique<DesktopAccessibility>();
+  desktop_ = std::make_unique<DesktopEvents>();
+  auto dependencies = AppDelegate::Dependencies::live(executor_);
+  dependencies.reduceMotion = [this] { return accessibility_->options().reduceMotion; };
+  dependencies.makeIsland = [this] { return makeIsland(); };
+  delegate_ = std::make_unique<AppDelegate>(std::move(dependencies), std::move(shell));
+  followDesktop();
   bridge_ = std::make_unique<PanelBridge>(*delegate_);
   settings_ = std::make_unique<SettingsModel>(SettingsModel::Parts{
       .defaults = delegate_->defaults(),
@@ -80,6 +90,48 @@ TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>(
 
 TrayApplication::~TrayApplication() { shutDown(); }
 
+std::unique_ptr<NotchIslandController> TrayApplication::makeIsland() {
+  island_ = std::make_unique<IslandWindow>(executor_, [] { return std::chrono::steady_clock::now().time_since_epoch(); });
+  NotchIslandController::Dependencies dependencies;
+  dependencies.executor = executor_;
+  dependencies.leftWing = island_->leftWing().operations();
+  dependencies.rightWing = island_->rightWing().operations();
+  dependencies.screenContexts = [this] { return desktop_->screenContexts(); };
+  dependencies.accessibilityOptions = [this] { return accessibility_->options(); };
+  auto controller = std::make_unique<NotchIslandController>(std::move(dependencies));
+  // The wings end their own transients (a checkmark, a retraction): the island decides again.
+  const auto transientEnded = [this] {
+    if (auto* island = delegate_ ? delegate_->island() : nullptr) island->transientEnded();
+  };
+  island_->leftWing().onTransientEnded = transientEnded;
+  island_->rightWing().onTransientEnded = transientEnded;
+  return controller;
+}
+
+void TrayApplication::followDesktop() {
+  const auto toIsland = [this](void (NotchIslandController::*handler)()) {
+    return [this, handler] {
+      if (auto* island = delegate_->island()) (island->*handler)();
+    };
+  };
+  desktop_->workspaceChanged = toIsland(&NotchIslandController::activeSpaceChanged);
+  desktop_->screensChanged = toIsland(&NotchIslandController::screenParametersChanged);
+  desktop_->screensSlept = toIsland(&NotchIslandController::screensDidSleep);
+  desktop_->screensWoke = toIsland(&NotchIslandController::screensDidWake);
+  desktop_->windowsRestacked = [this] {
+    if (island_) island_->keepAbove();
+  };
+  accessibility_->changed = toIsland(&NotchIslandController::accessibilityDisplayOptionsChanged);
+}
+
+QStringList TrayApplication::islandState() const {
+  auto* island = delegate_->island();
+  if (!island || !island_) return {QStringLiteral("hidden")};
+  static const char* names[] = {"hidden", "island", "menuBarFallback"};
+  QStringList state{QString::fromLatin1(names[static_cast<int>(island->disposition())])};
+  return state + island_->accessibleLabels();
+}
+
 void TrayApplication::start() {
   auto* open = menu_.addAction(QStringLiteral("Open Tidewatch"));
   connect(open, &QAction::triggered, this, [this] { openPanel(); });
@@ -87,7 +139,6 @@ void TrayApplication::start() {
   auto* quit = menu_.addAction(QStringLiteral("Quit Tidewatch"));
   connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit);
   tray_.setContextMenu(&menu_);
-  tray_.setToolTip(QStringLiteral("Tidewatch"));
   updateTrayIcon();
   connect(&tray_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
     if (reason == QSystemTrayIcon::Trigger) togglePanel(true);
@@ -175,8 +226,19 @@ QStringList TrayApplication::listedPorts() const {
 }
 
 void TrayApplication::updateTrayIcon() {
-  tray_.setIcon(QIcon(darkTheme() ? QStringLiteral(":/tidewatch/tray-dark.svg")
-                                  : QStringLiteral(":/tidewatch/tray-light.svg")));
+  const QString glyph = darkTheme() ? QStringLiteral(":/tidewatch/tray-dark.svg") : QStringLiteral(":/tidewatch/tray-light.svg");
+  if (const auto* counts = std::get_if<AgentIndicatorCounts>(&agentIndicator_.display)) {
+    tray_.setIcon(badgedTrayIcon(glyph, *counts));
+    tray_.setToolTip(QString::fromStdString(agentIndicator_.tooltip));
+    return;
+  }
+  tray_.setIcon(QIcon(glyph));
+  tray_.setToolTip(QStringLiteral("Tidewatch"));
+}
+
+void TrayApplication::showAgentIndicator(const AgentIndicatorPresentation& presentation) {
+  agentIndicator_ = presentation;
+  updateTrayIcon();
 }
 
 bool TrayApplication::eventFilter(QObject* watched, QEvent* event) {

@@ -10,6 +10,8 @@
 
 #include <memory>
 
+#include "app/gui/desktop_events.h"
+#include "app/gui/island_window.h"
 #include "app/gui/panel_bridge.h"
 #include "app/gui/panel_window.h"
 #include "app/qt/app_delegate.h"
@@ -36,21 +38,31 @@ class TrayApplication : public QObject {
   void togglePanel(bool atPointer);
   // "port process" for each row the panel lists now.
   QStringList listedPorts() const;
+  // The island's disposition, then what each shown wing says.
+  QStringList islandState() const;
 
  private:
   PanelAnchor anchor(bool atPointer) const;
   void updateTrayIcon();
+  void showAgentIndicator(const AgentIndicatorPresentation& presentation);
   void checkForTray();
   void afterToggle();
   bool eventFilter(QObject* watched, QEvent* event) override;
+  std::unique_ptr<NotchIslandController> makeIsland();
+  void followDesktop();
 
   std::shared_ptr<QtMainExecutor> executor_;
+  // The desktop and the island's window outlive the delegate, which owns the island's controller.
+  std::unique_ptr<DesktopAccessibility> accessibility_;
+  std::unique_ptr<DesktopEvents> desktop_;
+  std::unique_ptr<IslandWindow> island_;
   std::unique_ptr<AppDelegate> delegate_;
   std::unique_ptr<PanelBridge> bridge_;
   std::unique_ptr<SettingsModel> settings_;
   std::unique_ptr<PanelWindow> window_;
   QSystemTrayIcon tray_;
   QMenu menu_;
+  AgentIndicatorPresentation agentIndicator_;
   bool windowMode_ = false;
   bool shutDown_ = false;
 };

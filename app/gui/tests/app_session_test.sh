@@ -4,15 +4,19 @@
 # started afterwards is listed within two seconds, Escape closes the panel, a second start opens
 # it again and leaves, SIGTERM ends it without leaving its socket. Without a tray the panel shows
 # up by itself as an ordinary window. With a StatusNotifierItem host (a test watcher), Activate
-# opens the panel at the pointer. The end of the X session ends it as cleanly.
-#   app_session_test.sh <folder of the tidewatch executable> <sni_test_watcher>
+# opens the panel at the pointer. The end of the X session ends it as cleanly. A hook session
+# relayed from below a process named `claude` raises the "Tidewatch island" beside the virtual
+# notch, without taking the focus; it follows the desktop's contrast setting live, gives way to
+# the tray's counts under a full-screen window, and plays the session's end before it goes.
+#   app_session_test.sh <folder of the tidewatch executable> <sni_test_watcher> <island_test_helper>
 set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 front=$1/tidewatch
 watcher_program=$2
+island_helper=$3
 source "$here/desktop_session.sh"
 
-for tool in Xvfb dbus-daemon openbox xcompmgr trayer xdotool xwininfo xdpyinfo python3 ss; do
+for tool in Xvfb dbus-daemon openbox xcompmgr trayer xdotool xwininfo xdpyinfo xprop xmessage import python3 ss; do
   command -v "$tool" >/dev/null || { echo "FAIL: $tool is missing; scripts/setup.sh installs it" >&2; exit 1; }
 done
 
@@ -23,7 +27,7 @@ check() {
   if "$@"; then echo "ok: $what"; else echo "FAIL: $what" >&2; failures=$((failures + 1)); fi
 }
 
-trap 'kill ${listener:-} ${app:-} ${watcher:-} 2>/dev/null; session_stop' EXIT
+trap 'kill ${listener:-} ${app:-} ${watcher:-} ${agent:-} ${note:-} ${portal:-} ${full:-} 2>/dev/null; session_stop' EXIT
 
 # The socket lives in the user's session runtime folder when there is one; a test must not take
 # that from a Tidewatch the user runs, so it connects no provider there.
@@ -127,6 +131,93 @@ check "with a tray, no window opens by itself" panel_closed
 kill -TERM "$app" "$watcher"
 check "SIGTERM ends it" wait_for 5 app_gone
 session_stop
+
+# --- the island ------------------------------------------------------------------------------
+# A StatusNotifierItem host, so the tray's tooltip can be read over the bus; a settings portal
+# the test speaks for; a focused window whose focus must stay where it is.
+if ((runtime_owned_by_session)); then
+  echo "skipped: the island (the session's runtime folder holds the user's own socket)"
+else
+  session_start --no-tray || exit 1
+  onboarded
+  sed -i 's/}$/, "display.showAgentActivity": true}/' "$XDG_CONFIG_HOME/tidewatch/defaults.json"
+  "$watcher_program" >"$session_dir/items" 2>"$session_dir/watcher.log" &
+  watcher=$!
+  coproc PORTAL { "$island_helper" portal; }
+  portal=$PORTAL_PID
+  wait_for 5 dbus-send --session --print-reply --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
+    org.freedesktop.DBus.Peer.Ping
+  xmessage -geometry +100+200 "focused" &
+  note=$!
+  wait_for 5 xdotool search --onlyvisible --name '^xmessage$'
+  focused=$(xdotool search --onlyvisible --name '^xmessage$' | head -n 1)
+  xdotool windowactivate "$focused" 2>/dev/null
+  active_window() { xdotool getactivewindow 2>/dev/null; }
+  focus_on_note() { [[ $(active_window) == "$focused" ]]; }
+  check "the focused window has the focus" wait_for 5 focus_on_note
+  "$front" >"$session_dir/app.log" 2>&1 &
+  app=$!
+  check "the hook socket listens" wait_for 5 has_socket
+  check "the item registers with the watcher" wait_for 10 test -s "$session_dir/items"
+  item=$(head -n 1 "$session_dir/items")
+
+  mkdir -p "$session_dir/bin" && cp /bin/bash "$session_dir/bin/claude"
+  # A hook event relayed by `tidewatch agent-event` from below a process named claude, which
+  # then runs the rest.
+  relay_from_claude() {
+    local event='{"session_id":"island-1","hook_event_name":"'$1'","cwd":"'$HOME'","prompt":"never sent"}'
+    "$session_dir/bin/claude" -c "printf '%s' '$event' | '$front' agent-event --provider claude --protocol 1; $2"
+  }
+  island_window() { xdotool search --onlyvisible --name '^Tidewatch island$' | head -n 1 | grep .; }
+  island_gone() { ! island_window; }
+  island_state() {
+    dbus-send --session --print-reply --dest=com.tidewatch.app /com/tidewatch/app com.tidewatch.app.IslandState |
+      sed -n 's/^ *string "\(.*\)"$/\1/p' | paste -sd'|'
+  }
+  island_says() { [[ $(island_state) == "$1" ]]; }
+  gray_at() { import -window root -crop "1x1+$1+$2" -depth 8 txt:- | sed -n 's/.*(\([0-9]*\),.*/\1/p' | tail -n 1; }
+  bordered() { (($(gray_at 960 31) > 40)); }
+  tray_tooltip() {
+    dbus-send --session --print-reply --dest="$item" /StatusNotifierItem org.freedesktop.DBus.Properties.Get \
+      string:org.kde.StatusNotifierItem string:ToolTip | grep -q "$1"
+  }
+
+  # Away from the test's output, which a lingering child would hold open.
+  relay_from_claude UserPromptSubmit "sleep 120" >/dev/null 2>&1 &
+  agent=$!
+  check "a hook session from below claude raises the island" wait_for 10 island_window
+  check "counting one Claude Code session" wait_for 5 island_says "island|1 Claude Code session"
+  read -r gx gy gw gh < <(xwininfo -id "$(island_window)" | awk '/Absolute upper-left X/ {x=$NF}
+    /Absolute upper-left Y/ {y=$NF} /Width:/ {w=$NF} /Height:/ {h=$NF} END {print x, y, w, h}')
+  # 1920 wide: the 48-point notch at 936, a 58-point wing either side of it, 32 high at the top.
+  check "beside the virtual notch at 878,0, 164 x 32 (was $gx,$gy ${gw}x$gh)" test "$gx $gy $gw $gh" = "878 0 164 32"
+  check "no window took the focus" focus_on_note
+  check "the island is no managed window (no taskbar, no switcher)" \
+    bash -c "! xprop -root _NET_CLIENT_LIST | grep -qi $(printf '0x%x' "$(island_window)")"
+  plain_black() { (($(gray_at 960 31) < 20)); }
+  check "the pill's lower edge is plain black once it has faded in" wait_for 2 plain_black
+  echo "org.freedesktop.appearance contrast u:1" >&"${PORTAL[1]}"
+  check "increased contrast draws its border, live" wait_for 3 bordered
+
+  "$island_helper" fullscreen &
+  full=$!
+  check "a full-screen window sends the island to the tray" wait_for 5 island_says "menuBarFallback"
+  check "its window goes" wait_for 3 island_gone
+  check "and the tray tells the count" wait_for 3 tray_tooltip "1 Claude Code session running"
+  kill "$full"
+  wait "$full" 2>/dev/null
+  check "the island comes back after it" wait_for 5 island_window
+  check "and the tray is the plain icon again" wait_for 3 tray_tooltip '"Tidewatch"'
+
+  relay_from_claude SessionEnd true >/dev/null 2>&1
+  check "the session's end plays the completion" wait_for 3 island_says "island|1 Claude Code session ended"
+  check "then the island goes" wait_for 5 island_gone
+  check "the focus never moved" focus_on_note
+  pkill -P "$agent"
+  kill -TERM "$app" "$agent" "$watcher" "$note" "$portal"
+  check "SIGTERM ends it" wait_for 5 app_gone
+  session_stop
+fi
 
 # --- the desktop session ends ---------------------------------------------------------------
 session_start || exit 1
