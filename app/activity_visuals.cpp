@@ -214,6 +214,11 @@ void AgentActivityGroupLayer::beginCompletion() {
   completionLayer_.scale = 1;
   completionLayer_.add(stateKey, {basicAnimation(LayerProperty::opacity, 0, 1, begin, duration, curve),
                                   basicAnimation(LayerProperty::scale, 0.9, 1, begin, duration, curve)});
+  // With no session left there is no number to read beside the checkmark: it leaves with the matrix.
+  if (latestCount < 1 && countOpacity_.opacity > 0) {
+    countOpacity_.opacity = 0;
+    countOpacity_.add(stateKey, {basicAnimation(LayerProperty::opacity, 1, 0, begin, duration, curve)});
+  }
   std::weak_ptr<bool> alive = alive_;
   executor_->postAfter(milliseconds(720), [this, alive, generation] {
     if (!alive.lock() || generation != completionGeneration_) return;

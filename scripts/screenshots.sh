@@ -2,7 +2,8 @@
 # Renders the application as a user sees it into docs/screenshots/, on a private X desktop with
 # real listeners and processes named like coding agents: the first-run surfaces, the ports pane,
 # an action menu, a confirmation, a notice, an empty state, the agents pane, the settings, the
-# ports pane at 200% scale, and the ordinary window of a desktop without a tray.
+# ports pane at 200% scale, the ordinary window of a desktop without a tray, the island on the
+# desktop, and the island's states and the tray's counts drawn by the test helper.
 #   scripts/screenshots.sh [folder of the tidewatch executable]   (default: build/release/app)
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -124,5 +125,26 @@ sleep 1.5
 read -r px py pw ph < <(panel_geometry)
 import -window root -crop $((pw + 80))x$((ph + 80))+$((px - 40))+$((py - 40)) +repage "$out/window-without-tray.png"
 stop_app
+session_stop
+
+# The island on the desktop: a Codex and a Claude Code session at work through their hooks,
+# each relayed from below a process named like its agent, while the panel is closed.
+session_start
+settings "{$onboarded, \"display.showAgentActivity\": true, \"agentConnections.claude.configured\": true, \"agentConnections.codex.configured\": true}"
+start_app
+mkdir -p "$world/shell"
+for agent in codex claude; do
+  cp /bin/bash "$world/shell/$agent"
+  (cd "$world" && "$world/shell/$agent" -c "printf '%s' '{\"session_id\":\"island-$agent\",\"hook_event_name\":\"UserPromptSubmit\",\"cwd\":\"$world\"}' |
+    '$bin/tidewatch' agent-event --provider $agent --protocol 1; sleep 600") >/dev/null 2>&1 &
+  pids+=($!)
+done
+wait_for 10 xdotool search --onlyvisible --name '^Tidewatch island$'
+sleep 1.3  # its entrance, and the wave under way
+import -window root -crop 480x72+720+0 +repage "$out/island-desktop.png"
+stop_app
+pkill -P "${pids[-1]}" 2>/dev/null || true
+pkill -P "${pids[-2]}" 2>/dev/null || true
+"$bin/gui/island_test_helper" render "$out"
 rm -rf "$world"
 echo "screenshots: $(ls "$out" | tr '\n' ' ')"

@@ -55,8 +55,8 @@ void scaleAbout(QPainter& painter, const QRectF& frame, double scaleX, double sc
 }
 
 void paintBorder(QPainter& painter, const QPainterPath& path) {
-  // White at a third, one point wide, inside the outline.
-  painter.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.32f), 1.0));
+  // White at a third, one point wide, inside the outline; flat ends, so pieces meet seamlessly.
+  painter.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.32f), 1.0, Qt::SolidLine, Qt::FlatCap, Qt::RoundJoin));
   painter.setBrush(Qt::NoBrush);
   painter.drawPath(path);
 }
@@ -128,27 +128,40 @@ void paintContent(QPainter& painter, NotchIslandWing& wing, const QRectF& rect, 
   }
 }
 
-void paintWing(QPainter& painter, NotchIslandWing& wing, MotionTime now) {
-  if (!wing.isVisible()) return;
+// The wing's alpha and motion; false when nothing of it shows.
+bool beginWing(QPainter& painter, NotchIslandWing& wing, MotionTime now) {
+  if (!wing.isVisible()) return false;
   const double alpha = wing.panelLayer().presentationAt(now).opacity;
-  if (alpha <= 0) return;
+  if (alpha <= 0) return false;
   const auto surface = wing.surfaceLayer().presentationAt(now);
-  const QRectF rect = wingRect(wing.side());
   painter.save();
   painter.setOpacity(alpha);
   painter.translate(surface.translationX, 0);
-  scaleAbout(painter, rect, surface.scaleX, 1.0);
+  scaleAbout(painter, wingRect(wing.side()), surface.scaleX, 1.0);
+  return true;
+}
+
+void paintWing(QPainter& painter, NotchIslandWing& wing, MotionTime now) {
+  if (!beginWing(painter, wing, now)) return;
+  const QRectF rect = wingRect(wing.side());
   const LayerRect bounds{rect.x(), rect.y(), rect.width(), rect.height()};
-  const double radius = NotchIslandWingShape::outerRadius(bounds);
-  const QPainterPath shape = toPath(NotchIslandWingShape::path(bounds, wing.side(), radius));
+  const QPainterPath shape =
+      toPath(NotchIslandWingShape::path(bounds, wing.side(), NotchIslandWingShape::outerRadius(bounds)));
   painter.setClipPath(shape);
   painter.fillPath(shape, Qt::black);
   paintContent(painter, wing, rect, now);
-  painter.setClipping(false);
-  if (wing.contentView().increaseContrast()) {
-    const LayerRect inset{rect.x() + 0.5, rect.y() + 0.5, rect.width() - 1, rect.height() - 1};
-    paintBorder(painter, toPath(NotchIslandWingShape::outerBorderPath(inset, wing.side(), radius - 0.5)));
-  }
+  painter.restore();
+}
+
+// The contrast border of a wing, outside the notch, which draws its own part.
+void paintWingBorder(QPainter& painter, NotchIslandWing& wing, MotionTime now) {
+  if (!wing.contentView().increaseContrast() || !beginWing(painter, wing, now)) return;
+  const QRectF rect = wingRect(wing.side());
+  QRegion outside(wingRect(wing.side()).toAlignedRect());
+  painter.setClipRegion(outside - QRegion(notchRect().toRect()));
+  const double radius = NotchIslandWingShape::outerRadius({rect.x(), rect.y(), rect.width(), rect.height()});
+  const LayerRect inset{rect.x() + 0.5, rect.y() + 0.5, rect.width() - 1, rect.height() - 1};
+  paintBorder(painter, toPath(NotchIslandWingShape::outerBorderPath(inset, wing.side(), radius - 0.5)));
   painter.restore();
 }
 
@@ -167,7 +180,7 @@ void paintNotch(QPainter& painter, NotchIslandWing& left, NotchIslandWing& right
   const bool joinsRight = right.isVisible();
   QPainterPath shape;
   QPainterPath border;
-  const LayerRect inset{rect.x(), rect.y() + 0.5, rect.width(), rect.height() - 1};
+  const LayerRect inset{rect.x() + 0.5, rect.y() + 0.5, rect.width() - 1, rect.height() - 1};
   if (joinsLeft && joinsRight) {
     shape.addRect(rect);
     border.moveTo(rect.left(), rect.top() + 0.5);
@@ -178,7 +191,10 @@ void paintNotch(QPainter& painter, NotchIslandWing& left, NotchIslandWing& right
     // Joined to the left wing, the notch ends the pill on the right like a right wing, and the reverse.
     const auto side = joinsLeft ? NotchIslandSide::right : NotchIslandSide::left;
     shape = toPath(NotchIslandWingShape::path(bounds, side, radius));
-    border = toPath(NotchIslandWingShape::outerBorderPath(inset, side, radius - 0.5));
+    // Its open end meets the wing's border exactly at the notch's edge.
+    border = toPath(NotchIslandWingShape::outerBorderPath(
+        {side == NotchIslandSide::left ? inset.x : rect.x(), inset.y, inset.width + 0.5, inset.height}, side,
+        radius - 0.5));
   }
   painter.save();
   painter.setOpacity(alpha);
@@ -203,6 +219,8 @@ void paintIsland(QPainter& painter, NotchIslandWing& left, NotchIslandWing& righ
   paintWing(painter, left, now);
   paintWing(painter, right, now);
   paintNotch(painter, left, right, now);
+  paintWingBorder(painter, left, now);
+  paintWingBorder(painter, right, now);
 }
 
 QSize IslandWindow::islandSize() {

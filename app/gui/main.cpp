@@ -4,7 +4,6 @@
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusReply>
-#include <QFontDatabase>
 #include <QQuickWindow>
 #include <QSocketNotifier>
 
@@ -14,10 +13,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 
 #include "app/application_launch.h"
 #include "app/gui/bus_service.h"
+#include "app/gui/fonts.h"
 #include "app/gui/tray_application.h"
 #include "app/single_instance.h"
 
@@ -47,24 +46,6 @@ void quitOnSignals(QObject* owner) {
   sigemptyset(&action.sa_mask);
   action.sa_flags = SA_RESTART;
   for (int number : {SIGINT, SIGTERM, SIGHUP}) ::sigaction(number, &action, nullptr);
-}
-
-void registerFonts() {
-  namespace fs = std::filesystem;
-  // Loaded by path; without the packages the system's sans and monospace stand in, quietly.
-  for (const char* folder : {"/usr/share/fonts/opentype/inter", "/usr/share/fonts/truetype/jetbrains-mono"}) {
-    std::error_code error;
-    for (const auto& entry : fs::directory_iterator(folder, error)) {
-      const auto name = entry.path().filename().string();
-      if (name.find("Italic") != std::string::npos) continue;
-      QFontDatabase::addApplicationFont(QString::fromStdString(entry.path().string()));
-    }
-  }
-  if (QFontDatabase::families().contains(QStringLiteral("Inter"))) {
-    QFont font(QStringLiteral("Inter"));
-    font.setPixelSize(13);
-    QGuiApplication::setFont(font);
-  }
 }
 
 }  // namespace
@@ -124,7 +105,7 @@ int main(int argc, char** argv) {
   if (outcome.kind == Single::Outcome::Kind::handedOver) return 0;
   if (outcome.kind == Single::Outcome::Kind::unreachable) return 1;
 
-  registerFonts();
+  tidewatch::registerApplicationFonts();
   tidewatch::TrayApplication tray;
   QObject::connect(&service, &tidewatch::BusService::openPanelRequested, &tray, [&tray] { tray.openPanel(); });
   service.listedPorts = [&tray] { return tray.listedPorts(); };

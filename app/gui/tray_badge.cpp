@@ -37,8 +37,8 @@ QImage badgedTrayImage(const QString& svgPath, const AgentIndicatorCounts& count
   QPainter painter(&image);
   painter.setRenderHint(QPainter::Antialiasing);
   QSvgRenderer(svgPath).render(&painter, QRectF(0, 0, side, side));
-  // Large enough to read at a tray's 22 pixels: over half the icon's width each.
-  const double diameter = side * 0.56;
+  // Large enough to read at a tray's 22 pixels: half the icon's width each when both show.
+  const double diameter = side * (counts.codex > 0 && counts.claude > 0 ? 0.5 : 0.56);
   const double top = side - diameter;
   if (counts.codex > 0) drawBadge(painter, {0, top, diameter, diameter}, counts.codex, badgeColor(AgentActivityPalette::codex()));
   if (counts.claude > 0) {

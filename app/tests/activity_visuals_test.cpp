@@ -222,11 +222,13 @@ TEST_F(GroupTest, ACompletionShowsTheCheckmarkOnceThenTheMatrixAgain) {
   group.latestCount = 1;
   group.latestWorking = true;
   group.updateMatrix();
+  group.setSteadyLayers();
   ASSERT_TRUE(group.matrix().isAnimating());
   group.beginCompletion();
   EXPECT_TRUE(group.isPresentingCompletion());
   EXPECT_FALSE(group.matrix().isAnimating()) << "the wave stops for the checkmark";
   EXPECT_DOUBLE_EQ(group.completionLayer().presentationAt(executor->now()).scaleX, 0.9);
+  EXPECT_DOUBLE_EQ(group.countOpacityLayer().opacity, 1.0) << "a session remains: its count stays";
   executor->advance(160ms);
   EXPECT_DOUBLE_EQ(group.completionLayer().presentationAt(executor->now()).opacity, 1.0);
   EXPECT_DOUBLE_EQ(group.matrixLayer().presentationAt(executor->now()).opacity, 0.0);
@@ -241,6 +243,16 @@ TEST_F(GroupTest, ACompletionShowsTheCheckmarkOnceThenTheMatrixAgain) {
   EXPECT_TRUE(group.matrix().isAnimating()) << "working again";
   executor->runUntilIdle();
   EXPECT_EQ(ended, 1);
+}
+
+TEST_F(GroupTest, TheLastSessionsCountLeavesWithTheMatrix) {
+  group.latestCount = 1;
+  group.setSteadyLayers();
+  group.latestCount = 0;
+  group.beginCompletion();
+  executor->advance(160ms);
+  EXPECT_DOUBLE_EQ(group.countOpacityLayer().presentationAt(executor->now()).opacity, 0.0);
+  EXPECT_DOUBLE_EQ(group.completionLayer().presentationAt(executor->now()).opacity, 1.0);
 }
 
 TEST_F(GroupTest, AResetDuringACompletionLeavesItsTimersStale) {

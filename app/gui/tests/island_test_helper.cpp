@@ -1,9 +1,12 @@
-// Two stand-ins for the island's session test.
+// Stand-ins for the island's session test, and its pictures.
 //   island_test_helper portal       the desktop's settings portal: takes
 //                                   org.freedesktop.portal.Desktop, answers ReadAll and announces
 //                                   each "namespace key u:1" or "namespace key b:true" line read
 //                                   from standard input as a SettingChanged
 //   island_test_helper fullscreen   a window that asks the window manager for full screen
+//   island_test_helper render DIR   the island's states and the tray's counts as PNGs, drawn
+//                                   offscreen at four times their size from the same painting
+//                                   code the window uses, under a top panel
 #include <QDBusConnection>
 #include <QDBusMetaType>
 #include <QDBusVariant>
@@ -14,8 +17,14 @@
 #include <QSocketNotifier>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
+#include <memory>
 #include <string>
+
+#include "app/gui/fonts.h"
+#include "app/gui/island_window.h"
+#include "app/gui/tray_badge.h"
 
 using SettingsMap = QMap<QString, QVariantMap>;
 Q_DECLARE_METATYPE(SettingsMap)
@@ -54,9 +63,103 @@ class Blank : public QRasterWindow {
   void paintEvent(QPaintEvent*) override { QPainter(this).fillRect(QRect(QPoint(0, 0), size()), QColor(30, 60, 90)); }
 };
 
+namespace {
+
+using namespace std::chrono_literals;
+using tidewatch::NotchIslandAgentState;
+
+constexpr int scale = 4;
+constexpr double panelHeight = 28;
+
+QImage canvas(double width, double height) {
+  QImage image(static_cast<int>(width * scale), static_cast<int>(height * scale), QImage::Format_ARGB32_Premultiplied);
+  image.setDevicePixelRatio(scale);
+  QPainter painter(&image);
+  // A desktop under a top panel, as the island meets it.
+  QLinearGradient wallpaper(0, 0, width, height);
+  wallpaper.setColorAt(0, QColor(70, 96, 128));
+  wallpaper.setColorAt(1, QColor(120, 140, 160));
+  painter.fillRect(QRectF(0, 0, width, height), wallpaper);
+  painter.fillRect(QRectF(0, 0, width, panelHeight), QColor(36, 36, 40));
+  return image;
+}
+
+// One island, its wings presented with the states given and the clock moved on by `after`.
+void renderIsland(const QString& path, NotchIslandAgentState codex, NotchIslandAgentState claude, bool contrast,
+                  std::chrono::milliseconds after, std::optional<NotchIslandAgentState> thenClaude = std::nullopt,
+                  std::chrono::milliseconds thenAfter = 0ms) {
+  auto executor = std::make_shared<tidewatch::ManualMainExecutor>();
+  const auto now = [executor] { return executor->now(); };
+  tidewatch::NotchIslandWing left({tidewatch::NotchIslandSide::left, executor, now, {}});
+  tidewatch::NotchIslandWing right({tidewatch::NotchIslandSide::right, executor, now, {}});
+  tidewatch::CorallineAccessibilityOptions options;
+  options.increaseContrast = contrast;
+  left.present({0, 0, 70, 32}, 12, codex, options);
+  right.present({0, 0, 70, 32}, 12, claude, options);
+  executor->advance(after);
+  if (thenClaude) {
+    right.present({0, 0, 70, 32}, 12, *thenClaude, options);
+    executor->advance(thenAfter);
+  }
+  const double width = 360;
+  QImage image = canvas(width, panelHeight + 44);
+  QPainter painter(&image);
+  painter.translate((width - tidewatch::IslandWindow::islandSize().width()) / 2, panelHeight);
+  tidewatch::paintIsland(painter, left, right, executor->now());
+  painter.end();
+  image.save(path);
+}
+
+void renderTray(const QString& path) {
+  const double width = 220;
+  QImage image = canvas(width, panelHeight + 12);
+  QPainter painter(&image);
+  struct Icon {
+    const char* svg;
+    tidewatch::AgentIndicatorCounts counts;
+  };
+  const Icon icons[] = {{":/tidewatch/tray-dark.svg", {0, 0}},
+                        {":/tidewatch/tray-dark.svg", {2, 1}},
+                        {":/tidewatch/tray-dark.svg", {0, 3}},
+                        {":/tidewatch/tray-dark.svg", {12, 0}}};
+  double x = 16;
+  for (const auto& icon : icons) {
+    // Drawn at the tray's 22 pixels and shown at that size, as a panel shows it.
+    const QImage drawn = tidewatch::badgedTrayImage(QString::fromLatin1(icon.svg), icon.counts, 22 * scale);
+    painter.drawImage(QRectF(x, 3, 22, 22), drawn);
+    x += 50;
+  }
+  painter.end();
+  image.save(path);
+}
+
+int render(const QString& folder) {
+  const NotchIslandAgentState none{0, false, 0};
+  for (const bool contrast : {false, true}) {
+    const QString suffix = contrast ? QStringLiteral("-contrast") : QString();
+    // Two Codex sessions and one Claude Code session at work, the wave under way.
+    renderIsland(folder + "/island-working" + suffix + ".png", {2, true, 0}, {1, true, 0}, contrast, 1000ms);
+    // The Claude Code session ends: its checkmark, with Codex still at work.
+    renderIsland(folder + "/island-completion" + suffix + ".png", {1, true, 0}, {1, true, 0}, contrast, 1000ms,
+                 NotchIslandAgentState{0, false, 1}, 300ms);
+  }
+  // A second Claude Code session arrives: the count halfway through its roll.
+  renderIsland(folder + "/island-count-rolling.png", none, {1, false, 0}, false, 1000ms,
+               NotchIslandAgentState{2, false, 0}, 90ms);
+  renderTray(folder + "/tray-agent-counts.png");
+  return 0;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
+  if (mode == "render") ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
   QGuiApplication application(argc, argv);
+  if (mode == "render" && argc > 2) {
+    tidewatch::registerApplicationFonts();
+    return render(QString::fromLocal8Bit(argv[2]));
+  }
   if (mode == "fullscreen") {
     Blank window;
     window.setTitle(QStringLiteral("full screen test"));
@@ -64,7 +167,7 @@ int main(int argc, char** argv) {
     return QGuiApplication::exec();
   }
   if (mode != "portal") {
-    std::fprintf(stderr, "usage: island_test_helper portal|fullscreen\n");
+    std::fprintf(stderr, "usage: island_test_helper portal | fullscreen | render DIR\n");
     return 2;
   }
   qDBusRegisterMetaType<SettingsMap>();
