@@ -19,13 +19,14 @@ namespace {
 using namespace std::chrono_literals;
 
 // The setup of a child that runs a copy of the shell named `claude`, whose own child spins for
-// as long as that claude lives (so killing the claude ends both).
+// as long as that claude lives (so killing the claude ends both), and two minutes at most, so a
+// test that dies before its cleanup leaves nothing spinning behind.
 std::function<std::string()> busyClaude(const std::string& directory) {
   const std::string program = directory + "/claude";
   std::filesystem::copy_file(std::filesystem::canonical("/bin/sh"), program);
   std::filesystem::permissions(program, std::filesystem::perms::owner_exec, std::filesystem::perm_options::add);
   return [program] {
-    ::execl(program.c_str(), "claude", "-c", "sh -c 'while kill -0 $PPID; do :; done' 2>/dev/null & wait",
+    ::execl(program.c_str(), "claude", "-c", "timeout 120 sh -c \"while kill -0 $$; do :; done\" 2>/dev/null & wait",
             static_cast<char*>(nullptr));
     return std::string("exec failed");
   };

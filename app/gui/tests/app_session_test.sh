@@ -151,6 +151,7 @@ else
   note=$!
   wait_for 5 xdotool search --onlyvisible --name '^xmessage$'
   focused=$(xdotool search --onlyvisible --name '^xmessage$' | head -n 1)
+  check "a window to keep the focus shows up" test -n "$focused"
   xdotool windowactivate "$focused" 2>/dev/null
   active_window() { xdotool getactivewindow 2>/dev/null; }
   focus_on_note() { [[ $(active_window) == "$focused" ]]; }
@@ -196,6 +197,32 @@ else
     bash -c "! xprop -root _NET_CLIENT_LIST | grep -qi $(printf '0x%x' "$(island_window)")"
   plain_black() { (($(gray_at 960 31) < 20)); }
   check "the pill's lower edge is plain black once it has faded in" wait_for 2 plain_black
+
+  # Above other windows: the focused window raised over it stays under it.
+  # The root's child that holds a window (the window manager's frame), and its place from the
+  # top of the stacking order (xwininfo lists the topmost first).
+  top_level_of() {
+    local window=$1 tree step
+    for step in 1 2 3 4; do
+      tree=$(xwininfo -id "$window" -tree) || return 1
+      [[ $tree == *"Parent window id: "*"(the root window)"* ]] && break
+      window=$(awk '/Parent window id/ { print $4 }' <<<"$tree")
+    done
+    printf '0x%x' "$window"
+  }
+  stacking_index() { xwininfo -root -children | awk -v w="$1" '$1 == w { print NR; exit }'; }
+  island_on_top() {
+    (($(stacking_index "$(printf '0x%x' "$(island_window)")") < $(stacking_index "$(top_level_of "$focused")")))
+  }
+  xdotool windowmove "$focused" 900 0
+  xdotool windowraise "$focused"
+  check "a window raised over it stays under it" wait_for 2 island_on_top
+  # On every workspace.
+  xdotool set_desktop 1
+  sleep 0.6
+  check "it shows on another workspace too" island_window
+  xdotool set_desktop 0
+  xdotool windowmove "$focused" 100 200
   echo "org.freedesktop.appearance contrast u:1" >&"${PORTAL[1]}"
   check "increased contrast draws its border, live" wait_for 3 bordered
 
