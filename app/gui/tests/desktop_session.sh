@@ -45,7 +45,7 @@ session_start() {
   openbox >"$session_dir/openbox.log" 2>&1 &
   session_pids+=($!)
   # Windows mapped while the window manager is still starting may be left unmanaged.
-  wm_ready() { xprop -root _NET_SUPPORTING_WM_CHECK | grep -q 'window id'; }
+  wm_ready() { [[ $(xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null) == *"window id"* ]]; }
   wait_for 10 wm_ready || { echo "session: openbox did not start" >&2; return 1; }
   xcompmgr -n >"$session_dir/xcompmgr.log" 2>&1 &
   session_pids+=($!)
