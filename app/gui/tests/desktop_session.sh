@@ -35,7 +35,8 @@ session_start() {
     [[ -e /tmp/.X11-unix/X$number || -e /tmp/.X$number-lock ]] || break
   done
   export DISPLAY=:$number
-  Xvfb "$DISPLAY" -screen 0 "${SESSION_SCREEN:-1920x1080}x24" -nolisten tcp >"$session_dir/xvfb.log" 2>&1 &
+  # -noreset: a client connecting while the server resets after its last one left is refused.
+  Xvfb "$DISPLAY" -screen 0 "${SESSION_SCREEN:-1920x1080}x24" -nolisten tcp -noreset >"$session_dir/xvfb.log" 2>&1 &
   session_pids+=($!)
   wait_for 10 xdpyinfo || { echo "session: Xvfb did not start" >&2; return 1; }
 
@@ -46,7 +47,7 @@ session_start() {
   session_pids+=($!)
   # Windows mapped while the window manager is still starting may be left unmanaged.
   wm_ready() { [[ $(xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null) == *"window id"* ]]; }
-  wait_for 10 wm_ready || { echo "session: openbox did not start" >&2; return 1; }
+  wait_for 10 wm_ready || { echo "session: openbox did not start:" >&2; cat "$session_dir/openbox.log" >&2; return 1; }
   xcompmgr -n >"$session_dir/xcompmgr.log" 2>&1 &
   session_pids+=($!)
   if ((tray)); then
