@@ -88,13 +88,7 @@ void TidewatchViewModel::apply(const ScanFrame& frame) {
     activityLevels_[id] = activity.level;
     if (activity.cpuPercent) cpuPercentByID_.insert(QString::fromStdString(id), *activity.cpuPercent);
   }
-  focusLabelByID_.clear();
-  for (const auto& listener : result->listeners) {
-    // No focus is offered for a host the desktop cannot bring forward.
-    if (listener.focusTarget && d_.hasRunningApplication && d_.hasRunningApplication(listener.focusTarget->pid)) {
-      focusLabelByID_.insert(QString::fromStdString(listener.id()), text(listener.focusTarget->displayName));
-    }
-  }
+  refreshFocusLabels(*result);
   refreshExactAgentScope(*result);
   if (frame.startingFilter && !panelModeResolvedThisOpen_) {
     panelModeResolvedThisOpen_ = true;
@@ -111,12 +105,44 @@ void TidewatchViewModel::apply(const ScanFrame& frame) {
   state_ = State::loaded;
   Q_EMIT activityByIDChanged();
   Q_EMIT cpuPercentByIDChanged();
-  Q_EMIT focusLabelByIDChanged();
   Q_EMIT stateChanged();
   rebuildListenerRows();
 }
 
+void TidewatchViewModel::refreshFocusLabels(const ScanResult& result) {
+  const auto generation = ++focusGeneration_;
+  std::vector<std::pair<std::string, FocusTarget>> targets;
+  for (const auto& listener : result.listeners) {
+    if (listener.focusTarget) targets.emplace_back(listener.id(), *listener.focusTarget);
+  }
+  if (!d_.focusProbe || targets.empty()) {
+    if (!focusLabelByID_.isEmpty()) {
+      focusLabelByID_.clear();
+      Q_EMIT focusLabelByIDChanged();
+    }
+    return;
+  }
+  // Asking the desktop which hosts have a window is a round trip: on the probe worker, once per
+  // host in a pass. No focus is offered for a host the desktop cannot bring forward.
+  d_.focusProbe([targets = std::move(targets), running = d_.hasRunningApplication, executor = d_.executor,
+                 alive = std::weak_ptr<bool>(alive_), this, generation] {
+    std::map<int32_t, bool> hasWindow;
+    QVariantMap labels;
+    for (const auto& [id, target] : targets) {
+      auto known = hasWindow.find(target.pid);
+      if (known == hasWindow.end()) known = hasWindow.emplace(target.pid, running && running(target.pid)).first;
+      if (known->second) labels.insert(QString::fromStdString(id), text(target.displayName));
+    }
+    executor->post([alive, this, generation, labels = std::move(labels)] {
+      if (!alive.lock() || generation != focusGeneration_ || labels == focusLabelByID_) return;
+      focusLabelByID_ = labels;
+      Q_EMIT focusLabelByIDChanged();
+    });
+  });
+}
+
 void TidewatchViewModel::clearMonitoring() {
+  ++focusGeneration_;
   ++actionGeneration_;
   ++stopAgentPreparation_;
   state_ = State::loading;
@@ -167,26 +193,21 @@ void TidewatchViewModel::inventoryPublished(const AgentInventorySnapshot& snapsh
   // Which hosts are live is read on the probe worker, once per host in a pass.
   const auto generation = ++inventoryGeneration_;
   d_.focusProbe([sessions = snapshot.currentSessions(), resolver = d_.focusHostResolver, executor = d_.executor,
-                 alive = std::weak_ptr<bool>(alive_), this, generation] {
+                 running = d_.hasRunningApplication, alive = std::weak_ptr<bool>(alive_), this, generation] {
     std::map<ProcessIdentity, bool> live;
-    std::map<std::string, AgentHostDescriptor> hosts;
+    QVariantMap labels;
     for (const auto& session : sessions) {
       if (!session.controlSurface) continue;
       const auto& host = *session.controlSurface;
       auto known = live.find(host.identity);
       if (known == live.end()) {
-        known = live.emplace(host.identity, resolver && resolver(host.identity.pid) == host.identity).first;
+        const bool same = resolver && resolver(host.identity.pid) == host.identity;
+        known = live.emplace(host.identity, same && running && running(host.identity.pid)).first;
       }
-      if (known->second) hosts.emplace(session.id.stableID(), host);
+      if (known->second) labels.insert(QString::fromStdString(session.id.stableID()), text(host.displayName));
     }
-    executor->post([alive, this, generation, hosts = std::move(hosts)] {
+    executor->post([alive, this, generation, labels = std::move(labels)] {
       if (!alive.lock() || generation != inventoryGeneration_) return;
-      QVariantMap labels;
-      for (const auto& [id, host] : hosts) {
-        if (d_.hasRunningApplication && d_.hasRunningApplication(host.identity.pid)) {
-          labels.insert(QString::fromStdString(id), text(host.displayName));
-        }
-      }
       if (labels != agentFocusLabelByID_) {
         agentFocusLabelByID_ = std::move(labels);
         Q_EMIT agentFocusLabelByIDChanged();

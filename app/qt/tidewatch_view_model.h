@@ -84,7 +84,8 @@ class TidewatchViewModel : public QObject {
     std::function<std::optional<ProcessIdentity>(int32_t pid)> focusHostResolver;
     // Brings the application with that pid to the front.
     std::function<void(int32_t pid)> focusHostActivator;
-    // Whether the pid has an application the desktop can bring to the front.
+    // Whether the pid has an application the desktop can bring to the front. From the probe
+    // worker: it may ask the desktop.
     std::function<bool(int32_t pid)> hasRunningApplication;
     std::function<Date()> now;
 
@@ -255,6 +256,7 @@ class TidewatchViewModel : public QObject {
   void setKillNotice(std::optional<std::string> notice);
   void setPanelMode(PanelMode mode);
   void setExactScope(std::optional<ExactScope> scope);
+  void refreshFocusLabels(const ScanResult& result);
   void refreshExactAgentScope(const ScanResult& result);
   void rebuildListenerRows();
   void rebuildAgentRows();
@@ -293,6 +295,7 @@ class TidewatchViewModel : public QObject {
   unsigned long long actionGeneration_ = 0;
   unsigned long long stopAgentPreparation_ = 0;
   unsigned long long inventoryGeneration_ = 0;
+  unsigned long long focusGeneration_ = 0;
   KeyedListModel listenerRows_;
   KeyedListModel agentRows_;
   QVariantMap agentsPane_;

@@ -164,6 +164,7 @@ TEST_F(ViewModelTest, FramesSetTheFilterAndModeOncePerOpening) {
   model->inventoryPublished(inventoryWith({{"s", 77}}));
   executor->runUntilIdle();
   model->apply(frame({server(52, 3000), server(53, 3001)}, FilterCategory::other));
+  executor->runUntilIdle();  // the desktop is asked about the hosts on the probe worker
   EXPECT_EQ(model->state(), "loaded");
   EXPECT_EQ(model->filter(), "other");
   EXPECT_EQ(model->panelMode(), "agents");
