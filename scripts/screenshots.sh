@@ -145,6 +145,6 @@ import -window root -crop 480x72+720+0 +repage "$out/island-desktop.png"
 stop_app
 pkill -P "${pids[-1]}" 2>/dev/null || true
 pkill -P "${pids[-2]}" 2>/dev/null || true
-"$bin/gui/island_test_helper" render "$out"
+"$bin/gui/desktop_test_helper" render "$out"
 rm -rf "$world"
 echo "screenshots: $(ls "$out" | tr '\n' ' ')"

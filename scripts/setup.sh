@@ -11,7 +11,7 @@ run_packages=(
   # The application: Qt 6 Widgets (the tray), Quick (the panel), DBus, Svg, and the QML modules
   # the panel loads at run time; its fonts.
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-declarative-dev-tools qt6-qmllint-plugins
-  qt6-svg-dev libqt6svg6 libgl-dev libxcb1-dev
+  qt6-svg-dev libqt6svg6 libgl-dev libxcb1-dev libxcb-keysyms1-dev
   qml6-module-qtqml qml6-module-qtqml-models qml6-module-qtqml-workerscript qml6-module-qtquick
   qml6-module-qtquick-window
   fonts-inter fonts-jetbrains-mono

@@ -1,6 +1,6 @@
 // The running application's face on the session bus: a later start calls OpenPanel and leaves;
 // a script may ask which ports the panel lists now ("port process" each), and what the island
-// shows (its disposition, then each shown wing's words).
+// shows (its disposition, then each shown wing's words), and how the global shortcut stands.
 #pragma once
 
 #include <QObject>
@@ -21,10 +21,12 @@ class BusService : public QObject {
   Q_SCRIPTABLE void OpenPanel() { Q_EMIT openPanelRequested(); }
   Q_SCRIPTABLE QStringList ListedPorts() { return listedPorts ? listedPorts() : QStringList(); }
   Q_SCRIPTABLE QStringList IslandState() { return islandState ? islandState() : QStringList(); }
+  Q_SCRIPTABLE QStringList ShortcutState() { return shortcutState ? shortcutState() : QStringList(); }
 
  public:
   std::function<QStringList()> listedPorts;
   std::function<QStringList()> islandState;
+  std::function<QStringList()> shortcutState;
 
  Q_SIGNALS:
   void openPanelRequested();

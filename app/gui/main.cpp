@@ -110,6 +110,7 @@ int main(int argc, char** argv) {
   QObject::connect(&service, &tidewatch::BusService::openPanelRequested, &tray, [&tray] { tray.openPanel(); });
   service.listedPorts = [&tray] { return tray.listedPorts(); };
   service.islandState = [&tray] { return tray.islandState(); };
+  service.shortcutState = [&tray] { return tray.shortcutState(); };
   // The session manager's end and every quit come through here.
   QObject::connect(&application, &QCoreApplication::aboutToQuit, &tray, [&tray] { tray.shutDown(); });
   quitOnSignals(&tray);

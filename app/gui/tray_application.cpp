@@ -8,6 +8,7 @@
 #include <QScreen>
 #include <QSysInfo>
 
+#include "app/gui/ewmh_focus.h"
 #include "app/gui/tray_badge.h"
 #include "coralline_kit/notch_placement_resolver.h"
 
@@ -55,6 +56,15 @@ TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>(
   auto dependencies = AppDelegate::Dependencies::live(executor_);
   dependencies.reduceMotion = [this] { return accessibility_->options().reduceMotion; };
   dependencies.makeIsland = [this] { return makeIsland(); };
+  shortcut_ = std::make_unique<X11GlobalShortcut>();
+  if (shortcut_->available()) dependencies.shortcut = shortcut_->dependencies();
+  // Hosts come forward through the window manager; asked on the probe worker, never here.
+  auto focus = std::make_shared<EwmhFocus>();
+  auto& rows = dependencies.viewModel;
+  rows.hasRunningApplication = [focus](int32_t pid) { return focus->hasWindow(pid); };
+  rows.focusHostActivator = [focus, probe = rows.focusProbe](int32_t pid) {
+    probe([focus, pid] { focus->activate(pid); });
+  };
   delegate_ = std::make_unique<AppDelegate>(std::move(dependencies), std::move(shell));
   followDesktop();
   bridge_ = std::make_unique<PanelBridge>(*delegate_);
@@ -122,6 +132,17 @@ void TrayApplication::followDesktop() {
     if (island_) island_->keepAbove();
   };
   accessibility_->changed = toIsland(&NotchIslandController::accessibilityDisplayOptionsChanged);
+}
+
+QStringList TrayApplication::shortcutState() const {
+  const auto& shortcut = std::as_const(*delegate_).globalShortcut();
+  QString state = QStringLiteral("off");
+  if (shortcut.registrationError()) {
+    state = QString::fromStdString(*shortcut.registrationError());
+  } else if (shortcut.isRegistered()) {
+    state = QStringLiteral("registered");
+  }
+  return {QString::fromStdString(shortcut.displayText()), state};
 }
 
 QStringList TrayApplication::islandState() const {

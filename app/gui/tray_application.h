@@ -14,6 +14,7 @@
 #include "app/gui/island_window.h"
 #include "app/gui/panel_bridge.h"
 #include "app/gui/panel_window.h"
+#include "app/gui/x11_global_shortcut.h"
 #include "app/qt/app_delegate.h"
 #include "app/qt/qt_main_executor.h"
 #include "app/qt/settings_model.h"
@@ -40,6 +41,8 @@ class TrayApplication : public QObject {
   QStringList listedPorts() const;
   // The island's disposition, then what each shown wing says.
   QStringList islandState() const;
+  // The shortcut as it reads, then "registered", "off" or why it could not be.
+  QStringList shortcutState() const;
 
  private:
   PanelAnchor anchor(bool atPointer) const;
@@ -56,6 +59,7 @@ class TrayApplication : public QObject {
   std::unique_ptr<DesktopAccessibility> accessibility_;
   std::unique_ptr<DesktopEvents> desktop_;
   std::unique_ptr<IslandWindow> island_;
+  std::unique_ptr<X11GlobalShortcut> shortcut_;
   std::unique_ptr<AppDelegate> delegate_;
   std::unique_ptr<PanelBridge> bridge_;
   std::unique_ptr<SettingsModel> settings_;

@@ -119,6 +119,7 @@ class AppDelegate {
   PopoverRevealState& reveal() { return reveal_; }
   AgentInventoryHost& host() { return *host_; }
   GlobalShortcutManager& globalShortcut() { return *globalShortcut_; }
+  const GlobalShortcutManager& globalShortcut() const { return *globalShortcut_; }
   DefaultsStore& defaults() { return dependencies_.defaults; }
   const LaunchAtLoginService& launchAtLogin() const { return dependencies_.launchAtLogin; }
   const std::map<AgentKind, int>& pendingIslandCompletions() const { return pendingIslandCompletions_; }

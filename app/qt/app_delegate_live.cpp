@@ -1,6 +1,7 @@
 // The delegate's wiring to this machine: the real loops, the XDG autostart entry, the user's
-// settings. The global shortcut and the update checks are not offered yet: they answer as not
-// available rather than pretending.
+// settings. The global shortcut's grab belongs to the window system, so the application gives it
+// where it has one; without, the session offers no global shortcuts, and says so. Update checks
+// are not offered yet: they answer as not available rather than pretending.
 #include "app/display_settings.h"
 #include "app/linux/launch_at_login_linux.h"
 #include "app/qt/app_delegate.h"

@@ -35,8 +35,8 @@ TidewatchViewModel::Dependencies TidewatchViewModel::Dependencies::live(std::sha
   d.runInBackground = [](std::function<void()> work) { startDetached(work); };
   d.focusProbe = [](std::function<void()> work) { focusProbeWorker().post(std::move(work)); };
   d.focusHostResolver = [](int32_t pid) { return Libproc::processIdentity(pid); };
-  // Bringing a window forward is the desktop's (EWMH on X11); until it is wired, no host is
-  // offered for focus rather than one that cannot come forward.
+  // Bringing a window forward is the desktop's (EWMH on X11, given by the application); without
+  // it no host is offered for focus rather than one that cannot come forward.
   d.hasRunningApplication = [](int32_t) { return false; };
   d.focusHostActivator = [](int32_t) {};
   d.now = [] { return std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::now()); };

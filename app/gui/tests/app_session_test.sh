@@ -7,13 +7,15 @@
 # opens the panel at the pointer. The end of the X session ends it as cleanly. A hook session
 # relayed from below a process named `claude` raises the "Tidewatch island" beside the virtual
 # notch, without taking the focus; it follows the desktop's contrast setting live, gives way to
-# the tray's counts under a full-screen window, and plays the session's end before it goes.
-#   app_session_test.sh <folder of the tidewatch executable> <sni_test_watcher> <island_test_helper>
+# the tray's counts under a full-screen window, and plays the session's end before it goes. The
+# global shortcut Ctrl+Alt+P opens and closes the panel, with NumLock on too, and says so when
+# another client holds it; a row's focus action brings its host terminal's window forward.
+#   app_session_test.sh <folder of the tidewatch executable> <sni_test_watcher> <desktop_test_helper>
 set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 front=$1/tidewatch
 watcher_program=$2
-island_helper=$3
+desktop_helper=$3
 source "$here/desktop_session.sh"
 
 for tool in Xvfb dbus-daemon openbox xcompmgr trayer xdotool xwininfo xdpyinfo xprop xmessage import python3 ss; do
@@ -27,7 +29,7 @@ check() {
   if "$@"; then echo "ok: $what"; else echo "FAIL: $what" >&2; failures=$((failures + 1)); fi
 }
 
-trap 'kill ${listener:-} ${app:-} ${watcher:-} ${agent:-} ${note:-} ${portal:-} ${full:-} 2>/dev/null; session_stop' EXIT
+trap 'kill ${listener:-} ${app:-} ${watcher:-} ${agent:-} ${note:-} ${portal:-} ${full:-} ${grabber:-} ${host:-} 2>/dev/null; session_stop' EXIT
 
 # The socket lives in the user's session runtime folder when there is one; a test must not take
 # that from a Tidewatch the user runs, so it connects no provider there.
@@ -143,7 +145,7 @@ else
   sed -i 's/}$/, "display.showAgentActivity": true}/' "$XDG_CONFIG_HOME/tidewatch/defaults.json"
   "$watcher_program" >"$session_dir/items" 2>"$session_dir/watcher.log" &
   watcher=$!
-  coproc PORTAL { "$island_helper" portal; }
+  coproc PORTAL { "$desktop_helper" portal; }
   portal=$PORTAL_PID
   wait_for 5 dbus-send --session --print-reply --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
     org.freedesktop.DBus.Peer.Ping
@@ -226,7 +228,7 @@ else
   echo "org.freedesktop.appearance contrast u:1" >&"${PORTAL[1]}"
   check "increased contrast draws its border, live" wait_for 3 bordered
 
-  "$island_helper" fullscreen &
+  "$desktop_helper" fullscreen &
   full=$!
   check "a full-screen window sends the island to the tray" wait_for 5 island_says "menuBarFallback"
   check "its window goes" wait_for 3 island_gone
@@ -245,6 +247,61 @@ else
   check "SIGTERM ends it" wait_for 5 app_gone
   session_stop
 fi
+
+# --- the global shortcut and a host brought forward --------------------------------------------
+session_start || exit 1
+onboarded
+shortcut_says() {
+  [[ $(dbus-send --session --print-reply --dest=com.tidewatch.app /com/tidewatch/app com.tidewatch.app.ShortcutState |
+    sed -n 's/^ *string "\(.*\)"$/\1/p' | paste -sd'|') == "$1" ]]
+}
+mkdir -p "$session_dir/bin" && cp "$desktop_helper" "$session_dir/bin/xterm"
+port=$(free_port)
+# A terminal (by its name) whose shell's child serves a port.
+"$session_dir/bin/xterm" host "$port" >/dev/null 2>&1 &
+host=$!
+wait_for 10 listening "$port"
+"$front" >"$session_dir/app.log" 2>&1 &
+app=$!
+check "the tray icon appears" wait_for 10 tray_icon_geometry
+check "Ctrl+Alt+P is taken" wait_for 5 shortcut_says "Ctrl+Alt+P|registered"
+xdotool key ctrl+alt+p
+check "Ctrl+Alt+P opens the panel" wait_for 3 panel_geometry
+check "its rows include the terminal's server" wait_for 3 lists_port "$port"
+# Narrow the list to that row, select it and ask for its host: T.
+read -r px py pw ph < <(panel_geometry)
+xdotool mousemove $((px + 300)) $((py + 64)) click 1
+xdotool type --delay 30 "$port"
+sleep 0.5
+xdotool key --delay 120 Down t
+host_window=$(xdotool search --name '^focus test host$' | head -n 1)
+host_active() { [[ $(xdotool getactivewindow 2>/dev/null) == "$host_window" ]]; }
+check "T brings the terminal's window forward" wait_for 3 host_active
+xdotool key ctrl+alt+p
+wait_for 2 panel_geometry && xdotool key ctrl+alt+p
+check "Ctrl+Alt+P closes it again" wait_for 3 panel_closed
+xdotool key Num_Lock
+xdotool key ctrl+alt+p
+check "and opens it with NumLock on" wait_for 3 panel_geometry
+xdotool key Escape Num_Lock
+kill -TERM "$app"
+check "SIGTERM ends it" wait_for 5 app_gone
+# Another client holds the combination first: the app says so and runs on.
+"$desktop_helper" grab >"$session_dir/grab" 2>/dev/null &
+grabber=$!
+wait_for 5 grep -q grabbed "$session_dir/grab"
+"$front" >"$session_dir/app.log" 2>&1 &
+app=$!
+check "the tray icon appears" wait_for 10 tray_icon_geometry
+check "a held combination gives the error" \
+  wait_for 5 shortcut_says "Ctrl+Alt+P|That shortcut is already in use by another app."
+read -r ix iy iw ih < <(tray_icon_geometry)
+xdotool mousemove $((ix + iw / 2)) $((iy + ih / 2)) click 1
+check "and the panel still opens from the tray" wait_for 5 panel_geometry
+kill -TERM "$app" "$grabber" "$host"
+check "SIGTERM ends it" wait_for 5 app_gone
+pkill -f "http.server $port" || true
+session_stop
 
 # --- the desktop session ends ---------------------------------------------------------------
 session_start || exit 1

@@ -1,13 +1,17 @@
-// Stand-ins for the island's session test, and its pictures.
-//   island_test_helper portal       the desktop's settings portal: takes
+// Stand-ins for the application's session test, and the island's pictures.
+//   desktop_test_helper portal       the desktop's settings portal: takes
 //                                   org.freedesktop.portal.Desktop, answers ReadAll and announces
 //                                   each "namespace key u:1" or "namespace key b:true" line read
 //                                   from standard input as a SettingChanged
-//   island_test_helper fullscreen   a window that asks the window manager for full screen
-//   island_test_helper render DIR   the island's states and the tray's counts as PNGs, drawn
+//   desktop_test_helper fullscreen   a window that asks the window manager for full screen
+//   desktop_test_helper grab         another client holding Ctrl+Alt+P on the root window
+//   desktop_test_helper host PORT    a window (its _NET_WM_PID this process) whose child listens
+//                                    on PORT, as a terminal's shell would
+//   desktop_test_helper render DIR   the island's states and the tray's counts as PNGs, drawn
 //                                   offscreen at four times their size from the same painting
 //                                   code the window uses, under a top panel
 #include <QDBusConnection>
+#include <QProcess>
 #include <QDBusMetaType>
 #include <QDBusVariant>
 #include <QGuiApplication>
@@ -21,6 +25,8 @@
 #include <iostream>
 #include <memory>
 #include <string>
+
+#include <xcb/xcb.h>
 
 #include "app/gui/fonts.h"
 #include "app/gui/island_window.h"
@@ -166,8 +172,41 @@ int main(int argc, char** argv) {
     window.showFullScreen();
     return QGuiApplication::exec();
   }
+  if (mode == "grab") {
+    auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    auto* c = x11->connection();
+    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+    // The keycode of "p" on the server's map, found by its keysym.
+    const auto* setup = xcb_get_setup(c);
+    const auto count = static_cast<uint8_t>(setup->max_keycode - setup->min_keycode + 1);
+    auto* mapping = xcb_get_keyboard_mapping_reply(c, xcb_get_keyboard_mapping(c, setup->min_keycode, count), nullptr);
+    const auto* keysyms = xcb_get_keyboard_mapping_keysyms(mapping);
+    xcb_keycode_t keycode = 0;
+    for (int i = 0; i < count * mapping->keysyms_per_keycode && !keycode; ++i) {
+      if (keysyms[i] == 'p') keycode = static_cast<xcb_keycode_t>(setup->min_keycode + i / mapping->keysyms_per_keycode);
+    }
+    std::free(mapping);
+    xcb_grab_key(c, 0, root, XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_1, keycode, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    xcb_flush(c);
+    std::printf("grabbed\n");
+    std::fflush(stdout);
+    return QGuiApplication::exec();
+  }
+  if (mode == "host" && argc > 2) {
+    Blank window;
+    window.setTitle(QStringLiteral("focus test host"));
+    window.resize(300, 200);
+    window.show();
+    QProcess shell;
+    shell.start(QStringLiteral("python3"), {QStringLiteral("-m"), QStringLiteral("http.server"), QString::fromLatin1(argv[2]),
+                                            QStringLiteral("--bind"), QStringLiteral("127.0.0.1")});
+    const int status = QGuiApplication::exec();
+    shell.kill();
+    shell.waitForFinished(2000);
+    return status;
+  }
   if (mode != "portal") {
-    std::fprintf(stderr, "usage: island_test_helper portal | fullscreen | render DIR\n");
+    std::fprintf(stderr, "usage: desktop_test_helper portal | fullscreen | grab | host PORT | render DIR\n");
     return 2;
   }
   qDBusRegisterMetaType<SettingsMap>();
@@ -178,7 +217,7 @@ int main(int argc, char** argv) {
                           QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals |
                               QDBusConnection::ExportAllProperties) ||
       !bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"))) {
-    std::fprintf(stderr, "island_test_helper: could not take org.freedesktop.portal.Desktop\n");
+    std::fprintf(stderr, "desktop_test_helper: could not take org.freedesktop.portal.Desktop\n");
     return 1;
   }
   QSocketNotifier input(0, QSocketNotifier::Read);
@@ -192,4 +231,4 @@ int main(int argc, char** argv) {
   return QGuiApplication::exec();
 }
 
-#include "island_test_helper.moc"
+#include "desktop_test_helper.moc"
