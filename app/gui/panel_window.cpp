@@ -18,7 +18,12 @@ PanelWindow::PanelWindow(TidewatchViewModel& viewModel, PanelBridge& bridge, Set
                          QObject* parent)
     : QObject(parent), viewModel_(viewModel), bridge_(bridge), settings_(settings) {}
 
-PanelWindow::~PanelWindow() { delete view_; }
+PanelWindow::~PanelWindow() {
+  if (!view_) return;
+  // A window being destroyed still says it lost activation; by then it is no QQuickView any more.
+  QObject::disconnect(view_, nullptr, this, nullptr);
+  delete view_;
+}
 
 QQuickView& PanelWindow::ensureView() {
   if (view_) return *view_;
