@@ -105,6 +105,8 @@ bool setAutoCloseAfterOpening(DefaultsStore& defaults, bool on) {
   return write(defaults, Keys::autoCloseAfterOpening, on);
 }
 bool setShowAgentActivity(DefaultsStore& defaults, bool on) { return write(defaults, Keys::showAgentActivity, on); }
+bool notifyAgentSessions(const DefaultsStore& defaults) { return flag(defaults, Keys::notifyAgentSessions, false); }
+bool setNotifyAgentSessions(DefaultsStore& defaults, bool on) { return write(defaults, Keys::notifyAgentSessions, on); }
 bool setShowSystemRows(DefaultsStore& defaults, bool on) { return write(defaults, Keys::showSystemRows, on); }
 
 }  // namespace tidewatch::DisplaySettings

@@ -51,6 +51,7 @@ inline constexpr std::string_view showPowerLabels = "display.showPowerLabels";
 inline constexpr std::string_view showSystemRows = "display.showSystemRows";
 inline constexpr std::string_view showAgentActivity = "display.showAgentActivity";
 inline constexpr std::string_view autoCloseAfterOpening = "controls.autoCloseAfterOpening";
+inline constexpr std::string_view notifyAgentSessions = "notifications.agentSessions";
 }  // namespace Keys
 
 // Reads. Unknown strings count as absent.
@@ -61,6 +62,8 @@ RowVisibleFields visibleFields(const DefaultsStore& defaults);      // only the 
 bool autoCloseAfterOpening(const DefaultsStore& defaults);
 bool showAgentActivity(const DefaultsStore& defaults);
 bool showSystemRows(const DefaultsStore& defaults);
+// Desktop notices when an agent session finishes or needs attention; off when absent.
+bool notifyAgentSessions(const DefaultsStore& defaults);
 
 // Writes; each returns false when the store could not be written.
 bool setDefaultFilter(DefaultsStore& defaults, DefaultFilterSetting setting);
@@ -71,6 +74,7 @@ bool setVisibleFields(DefaultsStore& defaults, const RowVisibleFields& fields);
 bool setAutoCloseAfterOpening(DefaultsStore& defaults, bool on);
 bool setShowAgentActivity(DefaultsStore& defaults, bool on);
 bool setShowSystemRows(DefaultsStore& defaults, bool on);
+bool setNotifyAgentSessions(DefaultsStore& defaults, bool on);
 
 }  // namespace DisplaySettings
 }  // namespace tidewatch

@@ -58,6 +58,12 @@ TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>(
   dependencies.makeIsland = [this] { return makeIsland(); };
   shortcut_ = std::make_unique<X11GlobalShortcut>();
   if (shortcut_->available()) dependencies.shortcut = shortcut_->dependencies();
+  notifier_ = std::make_unique<DesktopNotifier>();
+  dependencies.notify = [this](const AgentNotice& notice) { notifier_->show(notice); };
+  notifier_->onActivated = [this](const std::string& sessionID) {
+    delegate_->showSession(sessionID);
+    openPanel();
+  };
   // Hosts come forward through the window manager; asked on the probe worker, never here.
   auto focus = std::make_shared<EwmhFocus>();
   auto& rows = dependencies.viewModel;

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "app/gui/desktop_events.h"
+#include "app/gui/desktop_notifier.h"
 #include "app/gui/island_window.h"
 #include "app/gui/panel_bridge.h"
 #include "app/gui/panel_window.h"
@@ -60,6 +61,7 @@ class TrayApplication : public QObject {
   std::unique_ptr<DesktopEvents> desktop_;
   std::unique_ptr<IslandWindow> island_;
   std::unique_ptr<X11GlobalShortcut> shortcut_;
+  std::unique_ptr<DesktopNotifier> notifier_;
   std::unique_ptr<AppDelegate> delegate_;
   std::unique_ptr<PanelBridge> bridge_;
   std::unique_ptr<SettingsModel> settings_;

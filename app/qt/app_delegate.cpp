@@ -113,11 +113,16 @@ void AppDelegate::applicationDidFinishLaunching() {
   reconcileHookServer();
 
   host_->onCompletionEdges = [this, alive](const std::vector<AgentCompletionEdge>& edges) {
-    if (alive.lock()) handleCompletionEdges(edges);
+    if (!alive.lock()) return;
+    // The snapshot these edges came with is already the published one.
+    notify(notices_.finished(edges, host_->inventory().snapshot()));
+    handleCompletionEdges(edges);
   };
   host_->onSnapshot = [this, alive](const AgentInventorySnapshot& snapshot) {
     if (!alive.lock()) return;
     viewModel_->inventoryPublished(snapshot);
+    // Followed whether or not notices are on, so turning them on tells no old news.
+    notify(notices_.needingAttention(snapshot));
     renderIslandFromInventory(snapshot);
   };
 
@@ -215,6 +220,16 @@ void AppDelegate::onboardingGateChanged() {
 void AppDelegate::displaySettingsChanged() {
   viewModel_->reloadDisplaySettings();
   syncMonitoring();
+}
+
+void AppDelegate::notify(const std::vector<AgentNotice>& notices) {
+  if (!dependencies_.notify || !DisplaySettings::notifyAgentSessions(dependencies_.defaults)) return;
+  for (const auto& notice : notices) dependencies_.notify(notice);
+}
+
+void AppDelegate::showSession(const std::string& sessionID) {
+  viewModel_->selectPanelMode(QStringLiteral("agents"));
+  viewModel_->setExpandedAgentSessionID(QString::fromStdString(sessionID));
 }
 
 void AppDelegate::quit() {

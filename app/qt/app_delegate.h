@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+#include "app/agent_notifications.h"
 #include "app/global_shortcut.h"
 #include "app/launch_at_login.h"
 #include "app/notch_island.h"
@@ -71,6 +72,8 @@ class AppDelegate {
     std::function<bool()> reduceMotion;
     // The island beside the top of the screen, made on first use; absent where none can be drawn.
     std::function<std::unique_ptr<NotchIslandController>()> makeIsland;
+    // Shows a desktop notice; absent where the desktop has no notification service.
+    std::function<void(const AgentNotice& notice)> notify;
 
     // This machine's; the shortcut and update services are not offered yet.
     static Dependencies live(std::shared_ptr<MainExecutor> executor);
@@ -108,6 +111,9 @@ class AppDelegate {
   void outsideInteraction(const std::optional<PanelPlacement::Point>& pointer);
   // Escape.
   void dismissNow();
+  // A notice was clicked: the panel, when it opens next, shows the agents pane with that
+  // session's row expanded.
+  void showSession(const std::string& sessionID);
   // The views changed an onboarding flag or a setting that decides what runs.
   void onboardingGateChanged();
   // A display setting changed: the rows show it, and agent activity may start or stop.
@@ -140,6 +146,7 @@ class AppDelegate {
   void handleCompletionEdges(const std::vector<AgentCompletionEdge>& edges);
   void renderIslandFromInventory(const AgentInventorySnapshot& snapshot);
   void updateAgentIndicator();
+  void notify(const std::vector<AgentNotice>& notices);
   bool intakeOpen() const;
 
   Dependencies dependencies_;
@@ -158,6 +165,7 @@ class AppDelegate {
   std::array<int, 3> agentCounts_{};
   std::optional<AgentIndicatorPresentation> agentIndicator_;
   bool trayTellsAgents_ = false;
+  AgentSessionNotices notices_;
   bool terminated_ = false;
 };
 

@@ -42,6 +42,7 @@ QString SettingsModel::defaultFilter() const { return text(rawValue(DisplaySetti
 QString SettingsModel::batteryMode() const { return text(rawValue(DisplaySettings::batteryMode(parts_.defaults))); }
 bool SettingsModel::autoCloseAfterOpening() const { return DisplaySettings::autoCloseAfterOpening(parts_.defaults); }
 bool SettingsModel::showAgentActivity() const { return DisplaySettings::showAgentActivity(parts_.defaults); }
+bool SettingsModel::notifyAgentSessions() const { return DisplaySettings::notifyAgentSessions(parts_.defaults); }
 
 bool SettingsModel::shortcutEnabled() const { return parts_.shortcut && parts_.shortcut->isEnabled(); }
 QString SettingsModel::shortcutText() const {
@@ -135,6 +136,11 @@ void SettingsModel::setAutoCloseAfterOpening(bool on) {
 void SettingsModel::setShowAgentActivity(bool on) {
   DisplaySettings::setShowAgentActivity(parts_.defaults, on);
   wrote();
+}
+
+void SettingsModel::setNotifyAgentSessions(bool on) {
+  DisplaySettings::setNotifyAgentSessions(parts_.defaults, on);
+  Q_EMIT changed();
 }
 
 void SettingsModel::setShortcutEnabled(bool on) {

@@ -25,6 +25,7 @@ class SettingsModel : public QObject {
   Q_PROPERTY(QString batteryMode READ batteryMode NOTIFY changed)
   Q_PROPERTY(bool autoCloseAfterOpening READ autoCloseAfterOpening NOTIFY changed)
   Q_PROPERTY(bool showAgentActivity READ showAgentActivity NOTIFY changed)
+  Q_PROPERTY(bool notifyAgentSessions READ notifyAgentSessions NOTIFY changed)
   Q_PROPERTY(bool shortcutEnabled READ shortcutEnabled NOTIFY changed)
   Q_PROPERTY(QString shortcutText READ shortcutText NOTIFY changed)
   Q_PROPERTY(QString shortcutError READ shortcutError NOTIFY changed)
@@ -63,6 +64,7 @@ class SettingsModel : public QObject {
   QString batteryMode() const;
   bool autoCloseAfterOpening() const;
   bool showAgentActivity() const;
+  bool notifyAgentSessions() const;
   bool shortcutEnabled() const;
   QString shortcutText() const;
   QString shortcutError() const;
@@ -82,6 +84,7 @@ class SettingsModel : public QObject {
   Q_INVOKABLE void setBatteryMode(const QString& raw);
   Q_INVOKABLE void setAutoCloseAfterOpening(bool on);
   Q_INVOKABLE void setShowAgentActivity(bool on);
+  Q_INVOKABLE void setNotifyAgentSessions(bool on);
   Q_INVOKABLE void setShortcutEnabled(bool on);
   // A recorded combination: the key's character and the modifiers held (Ctrl, Alt, Super, Shift).
   Q_INVOKABLE void recordShortcut(const QString& key, bool ctrl, bool alt, bool super, bool shift);

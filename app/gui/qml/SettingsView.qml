@@ -125,6 +125,12 @@ Rectangle {
                     checked: view.settings.showAgentActivity
                     onToggled: function(on) { view.settings.setShowAgentActivity(on) }
                 }
+                Toggle {
+                    width: leftColumn.width
+                    text: "Notify when an agent finishes or needs attention"
+                    checked: view.settings.notifyAgentSessions
+                    onToggled: function(on) { view.settings.setNotifyAgentSessions(on) }
+                }
             }
 
             Column {

@@ -7,7 +7,8 @@
 # opens the panel at the pointer. The end of the X session ends it as cleanly. A hook session
 # relayed from below a process named `claude` raises the "Tidewatch island" beside the virtual
 # notch, without taking the focus; it follows the desktop's contrast setting live, gives way to
-# the tray's counts under a full-screen window, and plays the session's end before it goes. The
+# the tray's counts under a full-screen window, and plays the session's end before it goes, which
+# a notification server hears of exactly once; clicking that notice opens the panel. The
 # global shortcut Ctrl+Alt+P opens and closes the panel, with NumLock on too, and says so when
 # another client holds it; a row's focus action brings its host terminal's window forward.
 #   app_session_test.sh <folder of the tidewatch executable> <sni_test_watcher> <desktop_test_helper>
@@ -29,7 +30,7 @@ check() {
   if "$@"; then echo "ok: $what"; else echo "FAIL: $what" >&2; failures=$((failures + 1)); fi
 }
 
-trap 'kill ${listener:-} ${app:-} ${watcher:-} ${agent:-} ${note:-} ${portal:-} ${full:-} ${grabber:-} ${host:-} 2>/dev/null; session_stop' EXIT
+trap 'kill ${listener:-} ${app:-} ${watcher:-} ${agent:-} ${note:-} ${portal:-} ${full:-} ${grabber:-} ${host:-} ${notices:-} 2>/dev/null; session_stop' EXIT
 
 # The socket lives in the user's session runtime folder when there is one; a test must not take
 # that from a Tidewatch the user runs, so it connects no provider there.
@@ -145,6 +146,12 @@ else
   sed -i 's/}$/, "display.showAgentActivity": true}/' "$XDG_CONFIG_HOME/tidewatch/defaults.json"
   "$watcher_program" >"$session_dir/items" 2>"$session_dir/watcher.log" &
   watcher=$!
+  sed -i 's/}$/, "notifications.agentSessions": true}/' "$XDG_CONFIG_HOME/tidewatch/defaults.json"
+  # The notification server takes its clicks from a pipe the test holds open.
+  mkfifo "$session_dir/clicks"
+  exec 8<>"$session_dir/clicks"
+  "$desktop_helper" notifications <"$session_dir/clicks" >"$session_dir/notices" 2>/dev/null &
+  notices=$!
   coproc PORTAL { "$desktop_helper" portal; }
   portal=$PORTAL_PID
   wait_for 5 dbus-send --session --print-reply --dest=org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
@@ -241,9 +248,19 @@ else
   relay_from_claude SessionEnd true >/dev/null 2>&1
   check "the session's end plays the completion" wait_for 3 island_says "island|1 Claude Code session ended"
   check "then the island goes" wait_for 5 island_gone
+  told_once() { [[ $(grep -c . "$session_dir/notices") == 1 ]]; }
+  check "the session's end is told as a notice" wait_for 3 told_once
+  relay_from_claude SessionEnd true >/dev/null 2>&1
+  sleep 1
+  check "exactly once, naming the provider ($(head -n 1 "$session_dir/notices"))" \
+    bash -c "told=\$(cat '$session_dir/notices'); [[ \$told == 'Claude Code finished|'*' is done.' && \$told != *\$'\\n'* ]]"
+
   check "the focus never moved" focus_on_note
+  echo "invoke 1" >&8
+  check "clicking the notice opens the panel" wait_for 5 panel_geometry
+  exec 8>&-
   pkill -P "$agent"
-  kill -TERM "$app" "$agent" "$watcher" "$note" "$portal"
+  kill -TERM "$app" "$agent" "$watcher" "$note" "$portal" "$notices"
   check "SIGTERM ends it" wait_for 5 app_gone
   session_stop
 fi

@@ -5,6 +5,9 @@
 //                                   from standard input as a SettingChanged
 //   desktop_test_helper fullscreen   a window that asks the window manager for full screen
 //   desktop_test_helper grab         another client holding Ctrl+Alt+P on the root window
+//   desktop_test_helper notifications
+//                                    a notification server: prints "summary|body" for each
+//                                    notice and clicks notice N for each "invoke N" line read
 //   desktop_test_helper host PORT    a window (its _NET_WM_PID this process) whose child listens
 //                                    on PORT, as a terminal's shell would
 //   desktop_test_helper render DIR   the island's states and the tray's counts as PNGs, drawn
@@ -62,6 +65,27 @@ class Portal : public QObject {
 
  private:
   SettingsMap settings_;
+};
+
+class Notifications : public QObject {
+  Q_OBJECT
+  Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+ public Q_SLOTS:
+  uint Notify(const QString&, uint, const QString&, const QString& summary, const QString& body, const QStringList&,
+              const QVariantMap&, int) {
+    std::printf("%s|%s\n", qPrintable(summary), qPrintable(body));
+    std::fflush(stdout);
+    return ++last_;
+  }
+  QStringList GetCapabilities() { return {QStringLiteral("actions"), QStringLiteral("body")}; }
+
+ Q_SIGNALS:
+  void ActionInvoked(uint id, const QString& action);
+  void NotificationClosed(uint id, uint reason);
+
+ private:
+  uint last_ = 0;
 };
 
 class Blank : public QRasterWindow {
@@ -205,8 +229,26 @@ int main(int argc, char** argv) {
     shell.waitForFinished(2000);
     return status;
   }
+  if (mode == "notifications") {
+    Notifications server;
+    auto bus = QDBusConnection::sessionBus();
+    if (!bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &server,
+                            QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals) ||
+        !bus.registerService(QStringLiteral("org.freedesktop.Notifications"))) {
+      std::fprintf(stderr, "desktop_test_helper: could not take org.freedesktop.Notifications\n");
+      return 1;
+    }
+    QSocketNotifier input(0, QSocketNotifier::Read);
+    QObject::connect(&input, &QSocketNotifier::activated, &server, [&] {
+      std::string word;
+      uint id = 0;
+      if (!(std::cin >> word >> id)) return QCoreApplication::quit();
+      Q_EMIT server.ActionInvoked(id, QStringLiteral("default"));
+    });
+    return QGuiApplication::exec();
+  }
   if (mode != "portal") {
-    std::fprintf(stderr, "usage: desktop_test_helper portal | fullscreen | grab | host PORT | render DIR\n");
+    std::fprintf(stderr, "usage: desktop_test_helper portal | fullscreen | grab | host PORT | notifications | render DIR\n");
     return 2;
   }
   qDBusRegisterMetaType<SettingsMap>();

@@ -105,6 +105,7 @@ class AppDelegateTest : public ::testing::Test {
           .spaceTransitionDelay = {},
       });
     };
+    d.notify = [this](const AgentNotice& notice) { notices.push_back(notice); };
     d.updates = {.available = true,
                  .automaticallyChecks = [this] { return updateChecks; },
                  .setAutomaticallyChecks = [this](bool on) { updateChecks = on; }};
@@ -150,6 +151,7 @@ class AppDelegateTest : public ::testing::Test {
   // Unset: one notched screen.
   std::optional<std::vector<NotchPlacementResolver::ScreenContext>> screens;
   std::vector<AgentIndicatorPresentation> indicators;
+  std::vector<AgentNotice> notices;
   std::unique_ptr<AppDelegate> delegate;
 };
 
@@ -284,6 +286,38 @@ TEST_F(AppDelegateTest, TheTrayTellsTheCountsOnlyWhileTheIslandCannot) {
 
   sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::stopped, std::nullopt});
   EXPECT_TRUE(std::holds_alternative<AgentIndicatorGlyph>(indicators.back().display)) << "tracking off: the glyph";
+}
+
+TEST_F(AppDelegateTest, AFinishedSessionIsToldOnceAndOnlyToWhoAskedForIt) {
+  onboard();
+  launch();
+  sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::started, std::nullopt});
+  const auto runFinishing = [&](int32_t pid) {
+    AgentTrackingUpdate update;
+    update.countedRuns.push_back(AgentRun{{ProcessIdentity{pid, 1'700'000'000, 0}, AgentKind::claude},
+                                          AgentKind::claude, HostAppKind::terminal, AgentRunState::active, 2, 0});
+    update.scannedAt = wallClock();
+    sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::update, update});
+    executor->runUntilIdle();
+    AgentTrackingUpdate finished;
+    finished.finished = update.countedRuns;
+    finished.scannedAt = wallClock();
+    sinks.deliverTracking({AgentTrackingLifecycleEvent::Kind::update, finished});
+    executor->runUntilIdle();
+  };
+  runFinishing(4321);
+  EXPECT_TRUE(notices.empty()) << "off unless asked for";
+
+  defaults.set("notifications.agentSessions", true);
+  runFinishing(4322);
+  ASSERT_EQ(notices.size(), 1u);
+  EXPECT_EQ(notices[0].summary, "Claude Code finished");
+  EXPECT_FALSE(notices[0].sessionID.empty());
+
+  // The click shows that row on the agents pane.
+  delegate->showSession(notices[0].sessionID);
+  EXPECT_EQ(delegate->viewModel().panelMode(), "agents");
+  EXPECT_EQ(delegate->viewModel().expandedAgentSessionID().toStdString(), notices[0].sessionID);
 }
 
 TEST_F(AppDelegateTest, TheSocketFollowsTheConnectionsAndTerminationRemovesIt) {

@@ -11,7 +11,7 @@ Item {
     readonly property var settings: ({
         fields: { port: true, cpu: false },
         rowDensity: "comfortable", defaultFilter: "agents", batteryMode: "balanced",
-        autoCloseAfterOpening: false, showAgentActivity: false,
+        autoCloseAfterOpening: false, showAgentActivity: false, notifyAgentSessions: false,
         shortcutEnabled: true, shortcutText: "Ctrl+Alt+P", shortcutError: "",
         launchAtLogin: false, launchAtLoginCaption: "",
         connections: [{ provider: "claude", name: "Claude", caption: "Not connected", actions: ["Connect"], testLine: "" },
@@ -23,6 +23,7 @@ Item {
         setDefaultFilter: function(v) { test.calls.push("filter " + v) },
         setBatteryMode: function(v) {}, setAutoCloseAfterOpening: function(v) {},
         setShowAgentActivity: function(v) { test.calls.push("activity " + v) },
+        setNotifyAgentSessions: function(v) { test.calls.push("notices " + v) },
         setShortcutEnabled: function(v) {}, setLaunchAtLogin: function(v) {},
         connectionAction: function(p, a) { test.calls.push(p + " " + a) }, retryReceiver: function() {}
     })
@@ -64,7 +65,12 @@ Item {
         mouseClick(texts("CPU")[0])
         mouseClick(texts("Compact")[0])
         mouseClick(texts("Connect")[0])
-        compare(test.calls, ["field cpu true", "density compact", "claude Connect"])
+        // Further down the settings: scrolled to first, as a user would.
+        const flick = findAll(view, function(item) { return item.flick !== undefined && item.contentY !== undefined }, [])[0]
+        flick.contentY = Math.max(0, flick.contentHeight - flick.height)
+        waitForRendering(view)
+        mouseClick(texts("Notify when an agent finishes or needs attention")[0])
+        compare(test.calls, ["field cpu true", "density compact", "claude Connect", "notices true"])
     }
 }
 }
