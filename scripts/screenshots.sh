@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Renders the application as a user sees it into docs/screenshots/, on a private X desktop with
 # real listeners and processes named like coding agents: the first-run surfaces, the ports pane,
-# an action menu, a confirmation, a notice, an empty state, the agents pane, the settings, the
+# an action menu, a confirmation, a notice, an empty state, the agents pane, the settings (and
+# their end, with an update check's answer from a feed served here), the
 # ports pane at 200% scale, the ordinary window of a desktop without a tray, the island on the
 # desktop, and the island's states and the tray's counts drawn by the test helper.
 #   scripts/screenshots.sh [folder of the tidewatch executable]   (default: build/release/app)
@@ -47,6 +48,16 @@ keys() { xdotool key --delay 80 "$@"; }
 
 # A small world: two web servers, a pool-less Python one, and processes named like agents.
 world=$(mktemp -d)
+# The update feed the settings read: one newer version, served by the web server on 8000.
+cat >"$world/appcast.xml" <<'FEED'
+<?xml version="1.0"?>
+<rss version="2.0" xmlns:sparkle="http://www.andymatuschak.org/xml-namespaces/sparkle">
+  <channel><title>Tidewatch</title>
+    <item><title>Tidewatch 0.2.0</title><sparkle:shortVersionString>0.2.0</sparkle:shortVersionString>
+      <link>https://tidewatch.dev/releases/0.2.0</link></item>
+  </channel>
+</rss>
+FEED
 for port in 5173 8000; do
   python3 -m http.server "$port" --bind 127.0.0.1 --directory "$world" >/dev/null 2>&1 &
   pids+=($!)
@@ -62,6 +73,7 @@ codex=$!
 pids+=($codex)
 
 session_start
+export TIDEWATCH_UPDATE_FEED=http://127.0.0.1:8000/appcast.xml
 settings '{}'
 start_app && open_panel && shoot panel-offer && stop_app
 settings '{"launchAtLoginOfferCompleted": true}'
@@ -105,6 +117,9 @@ sleep 1.5
 shoot panel-notice
 click_at 668 26  # settings
 shoot panel-settings
+# Scrolled to its end: the update check's answer.
+xdotool mousemove $((px + 350)) $((py + 300)) click --repeat 12 --delay 20 5
+shoot panel-settings-updates
 stop_app
 session_stop
 

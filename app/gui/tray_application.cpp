@@ -83,6 +83,7 @@ TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>(
       .retryReceiver = [this] { delegate_->onboardingGateChanged(); },
       .version = TIDEWATCH_VERSION,
       .operatingSystem = QSysInfo::prettyProductName().toStdString(),
+      .updates = delegate_->updates().checker.get(),
   });
   connect(settings_.get(), &SettingsModel::displaySettingsChanged, this, [this] { delegate_->displaySettingsChanged(); });
   delegate_->onConnectionsChanged = [this] { settings_->refresh(); };

@@ -18,6 +18,7 @@
 #include "app/onboarding.h"
 #include "app/panel_controller.h"
 #include "app/qt/tidewatch_view_model.h"
+#include "app/qt/update_checker.h"
 #include "coralline_kit/agent_indicator_presenter.h"
 #include "coralline_kit/agent_tracking_lifecycle.h"
 #include "inventory/agent_inventory_host.h"
@@ -47,6 +48,8 @@ struct UpdateService {
   bool available = false;
   std::function<bool()> automaticallyChecks;
   std::function<void(bool on)> setAutomaticallyChecks;
+  // The checker itself, for the settings to show and start; absent in tests.
+  std::shared_ptr<UpdateChecker> checker;
 };
 
 // Where the panel should open: the anchor as the tray resolved it, and the screen it is on, all
@@ -128,6 +131,7 @@ class AppDelegate {
   const GlobalShortcutManager& globalShortcut() const { return *globalShortcut_; }
   DefaultsStore& defaults() { return dependencies_.defaults; }
   const LaunchAtLoginService& launchAtLogin() const { return dependencies_.launchAtLogin; }
+  const UpdateService& updates() const { return dependencies_.updates; }
   const std::map<AgentKind, int>& pendingIslandCompletions() const { return pendingIslandCompletions_; }
   NotchIslandController* island() { return island_.get(); }
   bool agentActivityActive() const { return agentActivityActive_; }

@@ -1,7 +1,7 @@
 // The delegate's wiring to this machine: the real loops, the XDG autostart entry, the user's
-// settings. The global shortcut's grab belongs to the window system, so the application gives it
-// where it has one; without, the session offers no global shortcuts, and says so. Update checks
-// are not offered yet: they answer as not available rather than pretending.
+// settings, the update feed. The global shortcut's grab belongs to the window system, so the
+// application gives it where it has one; without, the session offers no global shortcuts, and
+// says so.
 #include "app/display_settings.h"
 #include "app/linux/launch_at_login_linux.h"
 #include "app/qt/app_delegate.h"
@@ -62,7 +62,19 @@ AppDelegate::Dependencies AppDelegate::Dependencies::live(std::shared_ptr<MainEx
       .registerHotKey = [](uint32_t, uint32_t) { return GlobalShortcutManager::Registration::unavailable; },
       .unregisterHotKey = [] {},
   };
-  d.updates = UpdateService{.available = false, .automaticallyChecks = {}, .setAutomaticallyChecks = {}};
+  auto checker = std::make_shared<UpdateChecker>(UpdateChecker::Dependencies{
+      .feed = UpdateChecker::defaultFeed(),
+      .currentVersion = TIDEWATCH_VERSION,
+      .defaults = d.defaults,
+      .now = [] { return std::chrono::system_clock::now(); },
+      .timeout = std::chrono::milliseconds(15000),
+  });
+  d.updates = UpdateService{
+      .available = true,
+      .automaticallyChecks = [checker] { return checker->automaticallyChecks(); },
+      .setAutomaticallyChecks = [checker](bool on) { checker->setAutomaticallyChecks(on); },
+      .checker = checker,
+  };
   d.reduceMotion = [] { return false; };
   return d;
 }

@@ -31,6 +31,25 @@ bool RowVisibleFields::*fieldNamed(const QString& name) {
 
 SettingsModel::SettingsModel(Parts parts, QObject* parent) : QObject(parent), parts_(std::move(parts)) {
   if (parts_.launchAtLogin) launchAtLogin_ = parts_.launchAtLogin->reconcileLaunchAtLogin();
+  if (parts_.updates) connect(parts_.updates, &UpdateChecker::changed, this, &SettingsModel::changed);
+}
+
+QString SettingsModel::updatesNote() const {
+  if (!parts_.updates) return QString::fromUtf8(updatesText.data(), updatesText.size());
+  return parts_.updates->statusText();
+}
+
+QString SettingsModel::updateLink() const {
+  const auto* updates = parts_.updates;
+  return updates && updates->available() ? QString::fromStdString(updates->available()->link) : QString();
+}
+
+bool SettingsModel::canCheckForUpdates() const {
+  return parts_.updates && parts_.updates->state() != UpdateChecker::State::checking;
+}
+
+void SettingsModel::checkForUpdates() {
+  if (parts_.updates) parts_.updates->checkNow();
 }
 
 QVariantMap SettingsModel::fields() const {

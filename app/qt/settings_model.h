@@ -12,6 +12,7 @@
 
 #include "app/global_shortcut.h"
 #include "app/launch_at_login.h"
+#include "app/qt/update_checker.h"
 #include "hooks/agent_provider_connection_store.h"
 #include "process_core/defaults_store.h"
 
@@ -35,7 +36,9 @@ class SettingsModel : public QObject {
   Q_PROPERTY(QString connectNotice READ connectNotice NOTIFY changed)
   Q_PROPERTY(QString receiverFailureLine READ receiverFailureLine NOTIFY changed)
   Q_PROPERTY(QString privacyNote READ privacyNote CONSTANT)
-  Q_PROPERTY(QString updatesNote READ updatesNote CONSTANT)
+  Q_PROPERTY(QString updatesNote READ updatesNote NOTIFY changed)
+  Q_PROPERTY(QString updateLink READ updateLink NOTIFY changed)
+  Q_PROPERTY(bool canCheckForUpdates READ canCheckForUpdates NOTIFY changed)
   Q_PROPERTY(QString version READ version CONSTANT)
   Q_PROPERTY(QString supportMailURL READ supportMailURL CONSTANT)
 
@@ -50,10 +53,12 @@ class SettingsModel : public QObject {
     std::function<void()> retryReceiver;
     std::string version;
     std::string operatingSystem;
+    // Absent where no update feed is read.
+    UpdateChecker* updates = nullptr;
   };
 
   static constexpr std::string_view updatesText =
-      "Update checks aren\u2019t available in this build yet; new versions come with your copy of the source.";
+      "Update checks aren\u2019t available in this build; new versions come with your copy of the source.";
   static constexpr std::string_view supportAddress = "feedback@tidewatch.app";
 
   explicit SettingsModel(Parts parts, QObject* parent = nullptr);
@@ -74,7 +79,11 @@ class SettingsModel : public QObject {
   QString connectNotice() const;
   QString receiverFailureLine() const;
   QString privacyNote() const;
-  QString updatesNote() const { return QString::fromUtf8(updatesText.data(), updatesText.size()); }
+  QString updatesNote() const;
+  // The page of a newer version, once a check found one.
+  QString updateLink() const;
+  bool canCheckForUpdates() const;
+  Q_INVOKABLE void checkForUpdates();
   QString version() const { return QString::fromStdString(parts_.version); }
   QString supportMailURL() const;
 

@@ -127,7 +127,7 @@ Rectangle {
                 }
                 Toggle {
                     width: leftColumn.width
-                    text: "Notify when an agent finishes or needs attention"
+                    text: "Notify when an agent finishes or needs you"
                     checked: view.settings.notifyAgentSessions
                     onToggled: function(on) { view.settings.setNotifyAgentSessions(on) }
                 }
@@ -234,6 +234,20 @@ Rectangle {
 
                 Heading { text: "Updates" }
                 Note { text: view.settings.updatesNote }
+                Row {
+                    spacing: 8
+                    visible: view.settings.canCheckForUpdates || view.settings.updateLink.length > 0
+                    PlainButton {
+                        text: "Check for Updates"
+                        enabledButton: view.settings.canCheckForUpdates
+                        onClicked: view.settings.checkForUpdates()
+                    }
+                    PlainButton {
+                        visible: view.settings.updateLink.length > 0
+                        text: "Open the Release Page"
+                        onClicked: view.panel.openURL(view.settings.updateLink)
+                    }
+                }
 
                 Heading { text: "Tidewatch " + view.settings.version }
                 Flow {

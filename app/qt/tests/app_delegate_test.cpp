@@ -108,7 +108,8 @@ class AppDelegateTest : public ::testing::Test {
     d.notify = [this](const AgentNotice& notice) { notices.push_back(notice); };
     d.updates = {.available = true,
                  .automaticallyChecks = [this] { return updateChecks; },
-                 .setAutomaticallyChecks = [this](bool on) { updateChecks = on; }};
+                 .setAutomaticallyChecks = [this](bool on) { updateChecks = on; },
+                 .checker = nullptr};
     delegate = std::make_unique<AppDelegate>(
         d, AppDelegate::Shell{
                .panel =

@@ -17,6 +17,7 @@ Item {
         connections: [{ provider: "claude", name: "Claude", caption: "Not connected", actions: ["Connect"], testLine: "" },
                       { provider: "codex", name: "Codex", caption: "Connected", actions: ["Test relay", "Disconnect"], testLine: "" }],
         connectNotice: "", receiverFailureLine: "", privacyNote: "Privacy", updatesNote: "Updates", version: "1.0",
+        canCheckForUpdates: true, updateLink: "", checkForUpdates: function() { test.calls.push("check updates") },
         supportMailURL: "mailto:x",
         setField: function(name, on) { test.calls.push("field " + name + " " + on) },
         setRowDensity: function(v) { test.calls.push("density " + v) },
@@ -69,7 +70,7 @@ Item {
         const flick = findAll(view, function(item) { return item.flick !== undefined && item.contentY !== undefined }, [])[0]
         flick.contentY = Math.max(0, flick.contentHeight - flick.height)
         waitForRendering(view)
-        mouseClick(texts("Notify when an agent finishes or needs attention")[0])
+        mouseClick(texts("Notify when an agent finishes or needs you")[0])
         compare(test.calls, ["field cpu true", "density compact", "claude Connect", "notices true"])
     }
 }
