@@ -198,6 +198,15 @@ void AgentActivityGroupLayer::updateMatrix() {
                  latestOptions.differentiateWithoutColor);
 }
 
+void AgentActivityGroupLayer::animateState(MotionLayer& layer, std::pair<double, double> opacity,
+                                           std::pair<double, double> scale, MotionTime begin, MotionTime duration) {
+  const auto curve = TimingCurves::surface;
+  layer.opacity = opacity.second;
+  layer.scale = scale.second;
+  layer.add(stateKey, {basicAnimation(LayerProperty::opacity, opacity.first, opacity.second, begin, duration, curve),
+                       basicAnimation(LayerProperty::scale, scale.first, scale.second, begin, duration, curve)});
+}
+
 void AgentActivityGroupLayer::beginCompletion() {
   if (isPresentingCompletion_) return;
   const uint64_t generation = ++completionGeneration_;
@@ -205,19 +214,12 @@ void AgentActivityGroupLayer::beginCompletion() {
   matrix_.stop();
   const MotionTime begin = now_();
   constexpr milliseconds duration{160};
-  const auto curve = TimingCurves::surface;
-  matrixLayer_.opacity = 0;
-  matrixLayer_.scale = 0.9;
-  matrixLayer_.add(stateKey, {basicAnimation(LayerProperty::opacity, 1, 0, begin, duration, curve),
-                              basicAnimation(LayerProperty::scale, 1, 0.9, begin, duration, curve)});
-  completionLayer_.opacity = 1;
-  completionLayer_.scale = 1;
-  completionLayer_.add(stateKey, {basicAnimation(LayerProperty::opacity, 0, 1, begin, duration, curve),
-                                  basicAnimation(LayerProperty::scale, 0.9, 1, begin, duration, curve)});
+  animateState(matrixLayer_, {1, 0}, {1, 0.9}, begin, duration);
+  animateState(completionLayer_, {0, 1}, {0.9, 1}, begin, duration);
   // With no session left there is no number to read beside the checkmark: it leaves with the matrix.
   if (latestCount < 1 && countOpacity_.opacity > 0) {
     countOpacity_.opacity = 0;
-    countOpacity_.add(stateKey, {basicAnimation(LayerProperty::opacity, 1, 0, begin, duration, curve)});
+    countOpacity_.add(stateKey, {basicAnimation(LayerProperty::opacity, 1, 0, begin, duration, TimingCurves::surface)});
   }
   std::weak_ptr<bool> alive = alive_;
   executor_->postAfter(milliseconds(720), [this, alive, generation] {
@@ -229,15 +231,8 @@ void AgentActivityGroupLayer::beginCompletion() {
 void AgentActivityGroupLayer::endCompletion(uint64_t generation) {
   const MotionTime begin = now_();
   constexpr milliseconds duration{180};
-  const auto curve = TimingCurves::surface;
-  matrixLayer_.opacity = 1;
-  matrixLayer_.scale = 1;
-  matrixLayer_.add(stateKey, {basicAnimation(LayerProperty::opacity, 0, 1, begin, duration, curve),
-                              basicAnimation(LayerProperty::scale, 0.9, 1, begin, duration, curve)});
-  completionLayer_.opacity = 0;
-  completionLayer_.scale = 0.96;
-  completionLayer_.add(stateKey, {basicAnimation(LayerProperty::opacity, 1, 0, begin, duration, curve),
-                                  basicAnimation(LayerProperty::scale, 1, 0.96, begin, duration, curve)});
+  animateState(matrixLayer_, {0, 1}, {0.9, 1}, begin, duration);
+  animateState(completionLayer_, {1, 0}, {1, 0.96}, begin, duration);
   std::weak_ptr<bool> alive = alive_;
   executor_->postAfter(duration, [this, alive, generation] {
     if (!alive.lock() || generation != completionGeneration_) return;

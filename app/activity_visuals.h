@@ -175,6 +175,9 @@ class AgentActivityGroupLayer {
 
  private:
   void endCompletion(uint64_t generation);
+  // A state change's fade and scale, each from the first value to the second, which stays.
+  static void animateState(MotionLayer& layer, std::pair<double, double> opacity, std::pair<double, double> scale,
+                           MotionTime begin, MotionTime duration);
 
   std::shared_ptr<MainExecutor> executor_;
   MotionClock now_;

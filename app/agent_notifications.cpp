@@ -6,7 +6,7 @@ namespace tidewatch {
 
 namespace {
 
-std::string providerName(AgentKind provider) { return provider == AgentKind::claude ? "Claude Code" : "Codex"; }
+std::string providerName(AgentKind provider) { return std::string(displayName(provider)); }
 
 std::string where(const std::optional<std::string>& project) {
   return project && !project->empty() ? "The session in " + *project : "A session";

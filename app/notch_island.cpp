@@ -83,19 +83,15 @@ NotchIslandDisposition NotchIslandController::presentLatest(
   return disposition_;
 }
 
-void NotchIslandController::hide() {
-  latestPresentation = {};
-  ++spaceTransitionGeneration_;
-  spaceIsSettling_ = false;
-  hideBoth(false);
-  setDisposition(NotchIslandDisposition::hidden);
-}
+void NotchIslandController::hide() { forget(false); }
 
-void NotchIslandController::shutDown() {
+void NotchIslandController::shutDown() { forget(true); }
+
+void NotchIslandController::forget(bool hard) {
   latestPresentation = {};
   ++spaceTransitionGeneration_;
   spaceIsSettling_ = false;
-  hideBoth(true);
+  hideBoth(hard);
   setDisposition(NotchIslandDisposition::hidden);
 }
 

@@ -124,6 +124,8 @@ class NotchIslandController {
   bool hasVisibleContent(const NotchIslandPresentation& state) const;
   void setDisposition(NotchIslandDisposition disposition);
   void hideBoth(bool hard);
+  // Nothing to show any more, nothing pending; the wings go, at once when hard.
+  void forget(bool hard);
   void beginSpaceTransition();
   void beginEnvironmentTransition();
   bool reduceMotion() const;

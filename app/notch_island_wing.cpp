@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "process_core/process_records.h"
+
 namespace tidewatch {
 
 namespace {
@@ -13,7 +15,8 @@ using Kind = NotchIslandWingShape::PathElement::Kind;
 // A quarter circle as one cubic Bézier: the control points sit this far along the tangents.
 constexpr double circleConstant = 0.55228475;
 
-const char* agentName(NotchIslandSide side) { return side == NotchIslandSide::left ? "Codex" : "Claude Code"; }
+// Codex stands on the left of the notch, Claude Code on the right.
+AgentKind agentOf(NotchIslandSide side) { return side == NotchIslandSide::left ? AgentKind::codex : AgentKind::claude; }
 
 // The outline walked from the notch side's top corner round the outer end to its bottom corner,
 // drawn for a left wing and mirrored for a right one.
@@ -64,7 +67,7 @@ void NotchIslandWingView::update(const NotchIslandAgentState& state, double notc
   increaseContrast_ = options.increaseContrast;
   const int count = std::max(0, state.count);
   steadyAccessibilityLabel_ =
-      std::to_string(count) + " " + agentName(side_) + " " + (count == 1 ? "session" : "sessions");
+      std::to_string(count) + " " + std::string(displayName(agentOf(side_))) + " " + (count == 1 ? "session" : "sessions");
   accessibilityLabel_ = accessibilityLabel;
   group_.latestCount = count;
   group_.latestWorking = count >= 1 && state.isWorking;
@@ -128,7 +131,7 @@ void NotchIslandWing::present(const ScreenRect& frame, double notchOverlap, cons
   cancelSurfaceMotion();
   frame_ = frame;
   if (setup_.panel.setFrame) setup_.panel.setFrame(frame);
-  view_.update(state, notchOverlap, options, state.accessibilityDescription(agentName(side())));
+  view_.update(state, notchOverlap, options, state.accessibilityDescription(displayName(agentOf(side()))));
   if (visible_) {
     if (panel_.presentationAt(setup_.now()).opacity < 1.0) animateAlpha(1.0, milliseconds(160), TimingCurves::surface);
   } else {

@@ -8,12 +8,11 @@
 #include <QGuiApplication>
 #include <QScreen>
 
-#include <xcb/xcb.h>
+#include <algorithm>
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
+#include "app/gui/screen_geometry.h"
+#include "app/gui/x11_properties.h"
+#include "app/window_focus.h"
 
 namespace tidewatch {
 
@@ -22,21 +21,6 @@ namespace {
 xcb_connection_t* x11Connection() {
   auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
   return x11 ? x11->connection() : nullptr;
-}
-
-template <typename Reply>
-using ReplyPointer = std::unique_ptr<Reply, decltype(&std::free)>;
-
-template <typename Reply>
-ReplyPointer<Reply> own(Reply* reply) {
-  return ReplyPointer<Reply>(reply, &std::free);
-}
-
-ScreenRect bottomLeft(const QRect& rect, double desktopHeight) {
-  return ScreenCoordinates::fromTopLeftOrigin(
-      {static_cast<double>(rect.x()), static_cast<double>(rect.y()), static_cast<double>(rect.width()),
-       static_cast<double>(rect.height())},
-      desktopHeight);
 }
 
 IslandEnvironment::SettingValue settingValue(const QVariant& value) {
@@ -101,15 +85,14 @@ DesktopEvents::~DesktopEvents() {
 }
 
 uint32_t DesktopEvents::atom(const char* name) const {
-  auto* c = static_cast<xcb_connection_t*>(connection_);
-  const auto reply = own(xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, static_cast<uint16_t>(std::strlen(name)), name),
-                                               nullptr));
-  return reply ? reply->atom : 0;
+  return X11::atom(static_cast<xcb_connection_t*>(connection_), name);
 }
 
-void DesktopEvents::selectPropertyChanges(uint32_t window) const {
+void DesktopEvents::selectPropertyChanges(uint32_t window) {
+  // Asked once per window: the mask stays until the window goes.
+  if (!watched_.insert(window).second) return;
   auto* c = static_cast<xcb_connection_t*>(connection_);
-  const auto attributes = own(xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, window), nullptr));
+  const auto attributes = X11::own(xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, window), nullptr));
   if (!attributes || (attributes->your_event_mask & XCB_EVENT_MASK_PROPERTY_CHANGE)) return;
   const uint32_t mask = attributes->your_event_mask | XCB_EVENT_MASK_PROPERTY_CHANGE;
   xcb_change_window_attributes(c, window, XCB_CW_EVENT_MASK, &mask);
@@ -128,16 +111,14 @@ std::vector<NotchPlacementResolver::ScreenContext> DesktopEvents::screenContexts
   std::vector<NotchPlacementResolver::ScreenContext> contexts;
   const auto* primary = QGuiApplication::primaryScreen();
   if (!primary) return contexts;
-  const QRect desktop = primary->virtualGeometry();
-  const double desktopHeight = desktop.y() + desktop.height();
   // The primary screen first: the island stands beside its notch.
   if (x11_) {
-    contexts.push_back(IslandEnvironment::virtualNotch(bottomLeft(primary->availableGeometry(), desktopHeight), fullScreen_));
+    contexts.push_back(IslandEnvironment::virtualNotch(ScreenGeometry::fromQt(primary->availableGeometry()), fullScreen_));
   } else {
-    contexts.push_back(IslandEnvironment::plainScreen(bottomLeft(primary->geometry(), desktopHeight)));
+    contexts.push_back(IslandEnvironment::plainScreen(ScreenGeometry::fromQt(primary->geometry())));
   }
   for (const auto* screen : QGuiApplication::screens()) {
-    if (screen != primary) contexts.push_back(IslandEnvironment::plainScreen(bottomLeft(screen->geometry(), desktopHeight)));
+    if (screen != primary) contexts.push_back(IslandEnvironment::plainScreen(ScreenGeometry::fromQt(screen->geometry())));
   }
   return contexts;
 }
@@ -146,44 +127,33 @@ void DesktopEvents::refreshFullScreen() {
   auto* c = static_cast<xcb_connection_t*>(connection_);
   const auto* primary = QGuiApplication::primaryScreen();
   if (!c || !primary) return;
-  const auto property = [c](uint32_t window, uint32_t name, uint32_t type) {
-    return own(xcb_get_property_reply(c, xcb_get_property(c, 0, window, name, type, 0, 1024), nullptr));
-  };
-  uint32_t currentDesktop = 0;
-  if (const auto reply = property(root_, currentDesktopAtom_, XCB_ATOM_CARDINAL); reply && xcb_get_property_value_length(reply.get()) >= 4) {
-    currentDesktop = *static_cast<uint32_t*>(xcb_get_property_value(reply.get()));
-  }
+  const uint32_t currentDesktop = X11::cardinal(c, root_, currentDesktopAtom_).value_or(0);
+  const auto clients = X11::values(c, root_, clientListAtom_, XCB_ATOM_WINDOW);
+  // Windows that went are forgotten, so a reused id is watched again.
+  std::erase_if(watched_, [&](uint32_t window) {
+    return window != root_ && std::find(clients.begin(), clients.end(), window) == clients.end();
+  });
   std::vector<IslandEnvironment::WindowFacts> windows;
-  const auto clients = property(root_, clientListAtom_, XCB_ATOM_WINDOW);
-  if (clients) {
-    const auto* ids = static_cast<xcb_window_t*>(xcb_get_property_value(clients.get()));
-    const int count = xcb_get_property_value_length(clients.get()) / 4;
-    for (int i = 0; i < count; ++i) {
-      const xcb_window_t window = ids[i];
-      // A window turning full screen says so in its state: keep hearing of it. Our own windows
-      // are in the list too, with the toolkit's interests: only ever add to a mask.
-      selectPropertyChanges(window);
-      IslandEnvironment::WindowFacts facts;
-      if (const auto state = property(window, stateAtom_, XCB_ATOM_ATOM)) {
-        const auto* atoms = static_cast<xcb_atom_t*>(xcb_get_property_value(state.get()));
-        for (int a = 0; a < xcb_get_property_value_length(state.get()) / 4; ++a) {
-          facts.fullScreen = facts.fullScreen || atoms[a] == fullScreenAtom_;
-          facts.hidden = facts.hidden || atoms[a] == hiddenAtom_;
-        }
-      }
-      if (!facts.fullScreen) continue;
-      if (const auto desktop = property(window, desktopAtom_, XCB_ATOM_CARDINAL);
-          desktop && xcb_get_property_value_length(desktop.get()) >= 4) {
-        const uint32_t on = *static_cast<uint32_t*>(xcb_get_property_value(desktop.get()));
-        facts.onCurrentDesktop = on == currentDesktop || on == 0xFFFFFFFF;
-      }
-      const auto geometry = own(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
-      const auto origin = own(xcb_translate_coordinates_reply(c, xcb_translate_coordinates(c, window, root_, 0, 0), nullptr));
-      if (!geometry || !origin) continue;
-      facts.frame = {static_cast<double>(origin->dst_x), static_cast<double>(origin->dst_y),
-                     static_cast<double>(geometry->width), static_cast<double>(geometry->height)};
-      windows.push_back(facts);
+  for (const uint32_t window : clients) {
+    // A window turning full screen says so in its state: keep hearing of it. Our own windows
+    // are in the list too, with the toolkit's interests: only ever add to a mask.
+    selectPropertyChanges(window);
+    IslandEnvironment::WindowFacts facts;
+    for (const uint32_t state : X11::values(c, window, stateAtom_, XCB_ATOM_ATOM)) {
+      facts.fullScreen = facts.fullScreen || state == fullScreenAtom_;
+      facts.hidden = facts.hidden || state == hiddenAtom_;
     }
+    if (!facts.fullScreen) continue;
+    if (const auto on = X11::cardinal(c, window, desktopAtom_)) {
+      facts.onCurrentDesktop = *on == currentDesktop || *on == WindowFocus::everyDesktop;
+    }
+    const auto geometry = X11::own(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+    const auto origin =
+        X11::own(xcb_translate_coordinates_reply(c, xcb_translate_coordinates(c, window, root_, 0, 0), nullptr));
+    if (!geometry || !origin) continue;
+    facts.frame = {static_cast<double>(origin->dst_x), static_cast<double>(origin->dst_y),
+                   static_cast<double>(geometry->width), static_cast<double>(geometry->height)};
+    windows.push_back(facts);
   }
   // X speaks device pixels; the screen's geometry is in Qt's scaled ones.
   const double ratio = primary->devicePixelRatio();
@@ -206,8 +176,8 @@ bool DesktopEvents::nativeEventFilter(const QByteArray& eventType, void* message
       if (workspaceChanged) workspaceChanged();
       refreshFullScreen();
     } else if (notify->atom == activeWindowAtom_ || notify->atom == stackingAtom_) {
+      // Only the order changed: nobody's full-screen state did.
       if (windowsRestacked) windowsRestacked();
-      if (notify->atom == stackingAtom_) refreshFullScreen();
     } else if (notify->atom == clientListAtom_) {
       refreshFullScreen();
     }

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <vector>
 
 #include "app/island_environment.h"
@@ -45,13 +46,14 @@ class DesktopEvents : public QObject, public QAbstractNativeEventFilter {
   void emitScreensChanged();
   uint32_t atom(const char* name) const;
   // Adds property changes to what this client hears of the window.
-  void selectPropertyChanges(uint32_t window) const;
+  void selectPropertyChanges(uint32_t window);
 
   bool x11_ = false;
   void* connection_ = nullptr;
   uint32_t root_ = 0;
   uint32_t currentDesktopAtom_ = 0, activeWindowAtom_ = 0, stackingAtom_ = 0, clientListAtom_ = 0;
   uint32_t stateAtom_ = 0, fullScreenAtom_ = 0, hiddenAtom_ = 0, desktopAtom_ = 0;
+  std::set<uint32_t> watched_;
   bool fullScreen_ = false;
   bool asleep_ = false;
   bool screenSaverActive_ = false;

@@ -3,20 +3,14 @@
 #include <unistd.h>
 #include <xcb/xcb.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <memory>
+#include <algorithm>
 
+#include "app/gui/x11_properties.h"
 #include "process_core/process_reader.h"
 
 namespace tidewatch {
 
 namespace {
-
-template <typename Reply>
-std::unique_ptr<Reply, decltype(&std::free)> own(Reply* reply) {
-  return {reply, &std::free};
-}
 
 xcb_connection_t* connectionOf(void* c) { return static_cast<xcb_connection_t*>(c); }
 
@@ -38,46 +32,25 @@ bool EwmhFocus::connect() {
   }
   connection_ = c;
   root_ = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+  // Names are the server's for as long as it runs: asked once.
+  atoms_ = {X11::atom(c, "_NET_CLIENT_LIST_STACKING"), X11::atom(c, "_NET_WM_PID"),
+            X11::atom(c, "_NET_WM_DESKTOP"),           X11::atom(c, "_NET_WM_STATE"),
+            X11::atom(c, "_NET_WM_STATE_HIDDEN"),      X11::atom(c, "_NET_CURRENT_DESKTOP"),
+            X11::atom(c, "_NET_ACTIVE_WINDOW")};
   return true;
-}
-
-uint32_t EwmhFocus::atom(const char* name) {
-  auto* c = connectionOf(connection_);
-  const auto reply =
-      own(xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr));
-  return reply ? reply->atom : 0;
 }
 
 std::optional<WindowFocus::ClientWindow> EwmhFocus::windowFor(int32_t pid) {
   if (!connect()) return std::nullopt;
   auto* c = connectionOf(connection_);
-  const auto property = [c](uint32_t window, uint32_t name, uint32_t type) {
-    return own(xcb_get_property_reply(c, xcb_get_property(c, 0, window, name, type, 0, 4096), nullptr));
-  };
-  const auto cardinal = [&](uint32_t window, uint32_t name) -> std::optional<uint32_t> {
-    const auto reply = property(window, name, XCB_ATOM_CARDINAL);
-    if (!reply || xcb_get_property_value_length(reply.get()) < 4) return std::nullopt;
-    return *static_cast<uint32_t*>(xcb_get_property_value(reply.get()));
-  };
-  const uint32_t pidAtom = atom("_NET_WM_PID");
-  const uint32_t desktopAtom = atom("_NET_WM_DESKTOP");
-  const uint32_t stateAtom = atom("_NET_WM_STATE");
-  const uint32_t hiddenAtom = atom("_NET_WM_STATE_HIDDEN");
   std::vector<WindowFocus::ClientWindow> stacking;
-  const auto clients = property(root_, atom("_NET_CLIENT_LIST_STACKING"), XCB_ATOM_WINDOW);
-  if (!clients) return std::nullopt;
-  const auto* ids = static_cast<xcb_window_t*>(xcb_get_property_value(clients.get()));
-  for (int i = 0; i < xcb_get_property_value_length(clients.get()) / 4; ++i) {
+  for (const uint32_t id : X11::values(c, root_, atoms_.stacking, XCB_ATOM_WINDOW)) {
     WindowFocus::ClientWindow window;
-    window.id = ids[i];
-    window.pid = static_cast<int32_t>(cardinal(ids[i], pidAtom).value_or(0));
-    window.desktop = cardinal(ids[i], desktopAtom);
-    if (const auto state = property(ids[i], stateAtom, XCB_ATOM_ATOM)) {
-      const auto* atoms = static_cast<xcb_atom_t*>(xcb_get_property_value(state.get()));
-      for (int a = 0; a < xcb_get_property_value_length(state.get()) / 4; ++a) {
-        window.hidden = window.hidden || atoms[a] == hiddenAtom;
-      }
-    }
+    window.id = id;
+    window.pid = static_cast<int32_t>(X11::cardinal(c, id, atoms_.pid).value_or(0));
+    window.desktop = X11::cardinal(c, id, atoms_.desktop);
+    const auto states = X11::values(c, id, atoms_.state, XCB_ATOM_ATOM);
+    window.hidden = std::find(states.begin(), states.end(), atoms_.hidden) != states.end();
     stacking.push_back(window);
   }
   const uint32_t uid = ::getuid();
@@ -105,17 +78,11 @@ bool EwmhFocus::activate(int32_t pid) {
   const auto window = windowFor(pid);
   if (!window) return false;
   auto* c = connectionOf(connection_);
-  std::optional<uint32_t> current;
-  if (const auto reply = own(xcb_get_property_reply(
-          c, xcb_get_property(c, 0, root_, atom("_NET_CURRENT_DESKTOP"), XCB_ATOM_CARDINAL, 0, 1), nullptr));
-      reply && xcb_get_property_value_length(reply.get()) >= 4) {
-    current = *static_cast<uint32_t*>(xcb_get_property_value(reply.get()));
-  }
-  if (const auto desktop = WindowFocus::desktopToShow(*window, current)) {
-    sendToRoot(root_, atom("_NET_CURRENT_DESKTOP"), {*desktop, XCB_CURRENT_TIME});
+  if (const auto desktop = WindowFocus::desktopToShow(*window, X11::cardinal(c, root_, atoms_.currentDesktop))) {
+    sendToRoot(root_, atoms_.currentDesktop, {*desktop, XCB_CURRENT_TIME});
   }
   // Source 2: a pager, which window managers obey without focus-stealing doubts.
-  sendToRoot(window->id, atom("_NET_ACTIVE_WINDOW"), {2, XCB_CURRENT_TIME, 0});
+  sendToRoot(window->id, atoms_.activeWindow, {2, XCB_CURRENT_TIME, 0});
   xcb_flush(c);
   return true;
 }

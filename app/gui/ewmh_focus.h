@@ -27,11 +27,13 @@ class EwmhFocus {
  private:
   bool connect();
   std::optional<WindowFocus::ClientWindow> windowFor(int32_t pid);
-  uint32_t atom(const char* name);
   void sendToRoot(uint32_t window, uint32_t type, std::vector<uint32_t> data);
 
   void* connection_ = nullptr;
   uint32_t root_ = 0;
+  struct Atoms {
+    uint32_t stacking, pid, desktop, state, hidden, currentDesktop, activeWindow;
+  } atoms_{};
   bool failed_ = false;
 };
 

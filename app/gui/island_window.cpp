@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "app/gui/screen_geometry.h"
 #include "app/island_environment.h"
 
 namespace tidewatch {
@@ -18,11 +19,6 @@ constexpr double notchWidth = IslandEnvironment::virtualNotchWidth;
 constexpr double islandHeight = IslandEnvironment::auxiliaryAreaHeight;
 constexpr int transitionFrame = 16;  // milliseconds: fades, rolls and slides at the display's pace
 constexpr int breathingFrame = 33;   // the matrix's slow wave needs half that
-
-QColor toQt(const ActivityColor& color, double opacity = 1.0) {
-  return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green),
-                          static_cast<float>(color.blue), static_cast<float>(color.alpha * opacity));
-}
 
 QPainterPath toPath(const std::vector<NotchIslandWingShape::PathElement>& elements) {
   using Kind = NotchIslandWingShape::PathElement::Kind;
@@ -83,7 +79,7 @@ void paintContent(QPainter& painter, NotchIslandWing& wing, const QRectF& rect, 
       const QRectF cellRect(matrix.x() + frame.x, matrix.y() + frame.y, frame.width, frame.height);
       painter.save();
       scaleAbout(painter, cellRect, shown.scaleX, shown.scaleY);
-      painter.setBrush(toQt(group.matrix().cellColor(cell), std::min(1.0, shown.opacity * matrixShown.opacity)));
+      painter.setBrush(toQColor(group.matrix().cellColor(cell), std::min(1.0, shown.opacity * matrixShown.opacity)));
       painter.drawRoundedRect(cellRect, 0.6, 0.6);
       painter.restore();
     }
@@ -96,7 +92,7 @@ void paintContent(QPainter& painter, NotchIslandWing& wing, const QRectF& rect, 
     const QRectF check = place(layout.checkmark);
     painter.save();
     scaleAbout(painter, check, checkShown.scaleX, checkShown.scaleY);
-    QPen pen(toQt(group.completionColor, checkShown.opacity), group.completionLineWidth);
+    QPen pen(toQColor(group.completionColor, checkShown.opacity), group.completionLineWidth);
     pen.setCapStyle(Qt::RoundCap);
     pen.setJoinStyle(Qt::RoundJoin);
     painter.setPen(pen);
@@ -120,7 +116,7 @@ void paintContent(QPainter& painter, NotchIslandWing& wing, const QRectF& rect, 
     const auto draw = [&](const CountText& text) {
       const auto shown = text.layer.presentationAt(now);
       if (shown.opacity <= 0) return;
-      painter.setPen(toQt(count.foregroundColor(), shown.opacity * countOpacity));
+      painter.setPen(toQColor(count.foregroundColor(), shown.opacity * countOpacity));
       painter.drawText(box.translated(0, shown.translationY), alignment, QString::fromStdString(text.text));
     };
     for (const auto& text : count.outgoingLayers()) draw(text);
@@ -205,13 +201,13 @@ void paintNotch(QPainter& painter, NotchIslandWing& left, NotchIslandWing& right
   painter.restore();
 }
 
-// Bottom-left points within the virtual desktop to Qt's top-left ones.
-double desktopHeight() {
-  const QRect desktop = QGuiApplication::primaryScreen()->virtualGeometry();
-  return desktop.y() + desktop.height();
-}
 
 }  // namespace
+
+QColor toQColor(const ActivityColor& color, double opacity) {
+  return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green),
+                          static_cast<float>(color.blue), static_cast<float>(color.alpha * opacity));
+}
 
 void paintIsland(QPainter& painter, NotchIslandWing& left, NotchIslandWing& right, MotionTime now) {
   painter.setRenderHint(QPainter::Antialiasing);
@@ -258,7 +254,7 @@ NotchIslandPanelOperations IslandWindow::panelFor(NotchIslandSide side) {
 
 void IslandWindow::place(NotchIslandSide side, const ScreenRect& frame) {
   // Either wing fixes the whole island: the other stands across the notch from it.
-  const auto topLeft = ScreenCoordinates::toTopLeftOrigin(frame, desktopHeight());
+  const auto topLeft = ScreenGeometry::toTopLeft(frame);
   const double x = side == NotchIslandSide::left ? topLeft.x : topLeft.x + topLeft.width - islandSize().width();
   const QRect geometry(static_cast<int>(std::lround(x)), static_cast<int>(std::lround(topLeft.y)),
                        islandSize().width(), islandSize().height());

@@ -15,6 +15,8 @@
 
 namespace tidewatch {
 
+QColor toQColor(const ActivityColor& color, double opacity = 1.0);
+
 // Paints the island in its own coordinates: the left wing at x 0, the notch after it, the right
 // wing after that, `IslandWindow::size()` in all.
 void paintIsland(QPainter& painter, NotchIslandWing& left, NotchIslandWing& right, MotionTime now);

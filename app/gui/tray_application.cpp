@@ -9,25 +9,13 @@
 #include <QSysInfo>
 
 #include "app/gui/ewmh_focus.h"
+#include "app/gui/screen_geometry.h"
 #include "app/gui/tray_badge.h"
 #include "coralline_kit/notch_placement_resolver.h"
 
 namespace tidewatch {
 
 namespace {
-
-// Bottom-left points within the virtual desktop, as the placement counts.
-double desktopHeight() {
-  const QRect desktop = QGuiApplication::primaryScreen()->virtualGeometry();
-  return desktop.y() + desktop.height();
-}
-
-ScreenRect fromQt(const QRect& rect) {
-  return ScreenCoordinates::fromTopLeftOrigin(
-      {static_cast<double>(rect.x()), static_cast<double>(rect.y()), static_cast<double>(rect.width()),
-       static_cast<double>(rect.height())},
-      desktopHeight());
-}
 
 // A dark panel behind the tray: the window colour of the desktop's palette is dark.
 bool darkTheme() { return QGuiApplication::palette().color(QPalette::Window).lightness() < 128; }
@@ -92,7 +80,7 @@ TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>(
   window_->onEscape = [this] { Q_EMIT bridge_->escapePressed(); };
   window_->onFocusLost = [this] {
     const QPoint pointer = QCursor::pos();
-    const ScreenRect at = fromQt(QRect(pointer, QSize(0, 0)));
+    const ScreenRect at = ScreenGeometry::fromQt(QRect(pointer, QSize(0, 0)));
     delegate_->outsideInteraction(PanelPlacement::Point{at.x, at.y});
   };
   window_->onCloseRequested = [this] {
@@ -229,15 +217,15 @@ PanelAnchor TrayApplication::anchor(bool atPointer) const {
   if (icon.isValid() && !icon.isEmpty()) screen = QGuiApplication::screenAt(icon.center());
   if (!screen && atPointer) screen = QGuiApplication::screenAt(pointer);
   if (!screen) screen = QGuiApplication::primaryScreen();
-  const ScreenRect available = fromQt(screen->availableGeometry());
+  const ScreenRect available = ScreenGeometry::fromQt(screen->availableGeometry());
   std::optional<ScreenRect> iconRect;
-  if (icon.isValid() && !icon.isEmpty()) iconRect = fromQt(icon);
+  if (icon.isValid() && !icon.isEmpty()) iconRect = ScreenGeometry::fromQt(icon);
   std::optional<PanelPlacement::Point> at;
   if (atPointer) {
-    const ScreenRect point = fromQt(QRect(pointer, QSize(0, 0)));
+    const ScreenRect point = ScreenGeometry::fromQt(QRect(pointer, QSize(0, 0)));
     at = PanelPlacement::Point{point.x, point.y};
   }
-  return PanelAnchor{PanelPlacement::anchor(iconRect, at, available), available, fromQt(screen->geometry())};
+  return PanelAnchor{PanelPlacement::anchor(iconRect, at, available), available, ScreenGeometry::fromQt(screen->geometry())};
 }
 
 QStringList TrayApplication::listedPorts() const {

@@ -4,17 +4,13 @@
 #include <QPixmap>
 #include <QSvgRenderer>
 
-#include "app/activity_visuals.h"
+#include "app/gui/island_window.h"
 
 namespace tidewatch {
 
 namespace {
 
-QColor badgeColor(const AgentActivityPalette& palette) {
-  const auto& color = palette.colors[0];
-  return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green),
-                          static_cast<float>(color.blue));
-}
+QColor badgeColor(const AgentActivityPalette& palette) { return toQColor(palette.colors[0]); }
 
 void drawBadge(QPainter& painter, const QRectF& circle, int count, const QColor& fill) {
   painter.setPen(QPen(QColor(0, 0, 0, 150), circle.width() * 0.08));

@@ -2,11 +2,9 @@
 
 #include <QGuiApplication>
 
-#include <xcb/xcb.h>
 #include <xcb/xcb_keysyms.h>
 
-#include <cstdlib>
-#include <memory>
+#include "app/gui/x11_properties.h"
 
 namespace tidewatch {
 
@@ -54,8 +52,7 @@ GlobalShortcutManager::Registration X11GlobalShortcut::grab(uint32_t keysym, uin
   if (!connection_) return Registration::unavailable;
   ungrab();
   auto* c = connectionOf(connection_);
-  std::unique_ptr<xcb_keycode_t, decltype(&std::free)> codes(
-      xcb_key_symbols_get_keycode(static_cast<xcb_key_symbols_t*>(symbols_), keysym), &std::free);
+  const auto codes = X11::own(xcb_key_symbols_get_keycode(static_cast<xcb_key_symbols_t*>(symbols_), keysym));
   // A key the keyboard doesn't have can never be pressed; as good as unavailable to us.
   if (!codes || codes.get()[0] == XCB_NO_SYMBOL) return Registration::unavailable;
   keycode_ = codes.get()[0];
@@ -64,8 +61,7 @@ GlobalShortcutManager::Registration X11GlobalShortcut::grab(uint32_t keysym, uin
   for (const uint16_t locks : ignoredLocks) {
     const auto cookie = xcb_grab_key_checked(c, 0, root_, modifiers_ | locks, keycode_, XCB_GRAB_MODE_ASYNC,
                                              XCB_GRAB_MODE_ASYNC);
-    if (std::unique_ptr<xcb_generic_error_t, decltype(&std::free)> error(xcb_request_check(c, cookie), &std::free);
-        error && error->error_code == badAccess) {
+    if (const auto error = X11::own(xcb_request_check(c, cookie)); error && error->error_code == badAccess) {
       taken = true;
     }
   }
