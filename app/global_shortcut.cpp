@@ -1,6 +1,7 @@
 #include "app/global_shortcut.h"
 
 #include <cctype>
+#include <utility>
 
 namespace tidewatch {
 
@@ -54,7 +55,36 @@ constexpr Entry linuxTable[] = {
 std::span<const Entry> keyCodes() { return darwinTable; }
 std::span<const Entry> linuxKeysyms() { return linuxTable; }
 
+std::optional<std::string> portalTrigger(uint32_t keysym, uint32_t modifierMask) {
+  // The punctuation keysyms by name; letters and digits are named by themselves.
+  static constexpr std::pair<uint32_t, std::string_view> punctuation[] = {
+      {0x03d, "equal"},     {0x02d, "minus"},      {0x05d, "bracketright"}, {0x05b, "bracketleft"},
+      {0x027, "apostrophe"}, {0x03b, "semicolon"}, {0x05c, "backslash"},    {0x02c, "comma"},
+      {0x02f, "slash"},     {0x02e, "period"},     {0x060, "grave"},
+  };
+  std::string key;
+  if ((keysym >= 'a' && keysym <= 'z') || (keysym >= '0' && keysym <= '9')) {
+    key = std::string(1, static_cast<char>(keysym));
+  } else {
+    for (const auto& [code, name] : punctuation) {
+      if (code == keysym) key = name;
+    }
+  }
+  if (key.empty()) return std::nullopt;
+  static constexpr std::pair<uint32_t, std::string_view> modifiers[] = {
+      {0x04, "CTRL"}, {0x08, "ALT"}, {0x01, "SHIFT"}, {0x40, "LOGO"}};
+  std::string trigger;
+  for (const auto& [mask, name] : modifiers) {
+    if (modifierMask & mask) trigger.append(name).append("+");
+  }
+  return trigger + key;
+}
+
 }  // namespace GlobalShortcutKeyMap
+
+bool globalShortcutThroughPortal(std::string_view sessionType, std::string_view waylandDisplay) {
+  return sessionType == "wayland" || !waylandDisplay.empty();
+}
 
 const GlobalShortcutProfile& GlobalShortcutProfile::darwin() {
   static const GlobalShortcutProfile profile{
@@ -157,7 +187,7 @@ GlobalShortcutManager::GlobalShortcutManager(DefaultsStore& defaults, const Glob
 
 GlobalShortcutManager::~GlobalShortcutManager() {
   // The handler refers to this object, so it must not outlive it.
-  if (handlerInstalled_ || registered_) stop();
+  if (handlerInstalled_ || held_) stop();
 }
 
 void GlobalShortcutManager::start(std::function<void()> action) {
@@ -166,6 +196,7 @@ void GlobalShortcutManager::start(std::function<void()> action) {
     dependencies_.installHandler([this] {
       if (action_) action_();
     });
+    if (dependencies_.installSettler) dependencies_.installSettler([this](Registration outcome) { settle(outcome); });
     handlerInstalled_ = true;
   }
   registerCurrentPreference();
@@ -216,23 +247,45 @@ void GlobalShortcutManager::registerCurrentPreference() {
     registrationError_ = std::string(unsupportedShortcutError);
     return;
   }
-  switch (dependencies_.registerHotKey(*code, profile_.mask(preference_.modifiers))) {
-    case Registration::registered:
-      registered_ = true;
-      break;
+  apply(dependencies_.registerHotKey(*code, profile_.mask(preference_.modifiers)));
+}
+
+void GlobalShortcutManager::apply(Registration outcome) {
+  outcome_ = outcome;
+  // A request still open, or a shortcut the desktop keeps without keys, is withdrawn on a change
+  // like a registered one; a refusal left nothing behind.
+  held_ = outcome == Registration::registered || outcome == Registration::pending ||
+          outcome == Registration::unassigned;
+  registrationError_.reset();
+  switch (outcome) {
     case Registration::taken:
       registrationError_ = std::string(takenError);
       break;
     case Registration::unavailable:
       registrationError_ = std::string(unavailableError);
       break;
+    case Registration::declined:
+      registrationError_ = std::string(declinedError);
+      break;
+    case Registration::unassigned:
+      registrationError_ = std::string(unassignedError);
+      break;
+    case Registration::registered:
+    case Registration::pending:
+      break;
   }
 }
 
+void GlobalShortcutManager::settle(Registration outcome) {
+  if (!held_ || outcome == Registration::pending) return;
+  apply(outcome);
+  changed();
+}
+
 void GlobalShortcutManager::unregister() {
-  if (!registered_) return;
+  if (!held_) return;
+  held_ = false;
   dependencies_.unregisterHotKey();
-  registered_ = false;
 }
 
 void GlobalShortcutManager::changed() {

@@ -33,6 +33,9 @@ struct Entry {
 std::span<const Entry> keyCodes();
 // The same characters to X11 keysyms.
 std::span<const Entry> linuxKeysyms();
+// A keysym of that table with X11 modifier masks as the desktop portals write a trigger
+// ("CTRL+ALT+p": xkbcommon's modifier and keysym names); absent for a keysym outside the table.
+std::optional<std::string> portalTrigger(uint32_t keysym, uint32_t modifierMask);
 }  // namespace GlobalShortcutKeyMap
 
 // What a platform calls the modifiers and keys.
@@ -58,6 +61,10 @@ struct GlobalShortcutProfile {
   // The table's value for the key; absent outside it.
   std::optional<uint32_t> keyCode(const std::string& key) const;
 };
+
+// On a Wayland session X11 clients hear keys only while one of them has the focus, so the shortcut
+// goes through the desktop's portal there, from XDG_SESSION_TYPE and WAYLAND_DISPLAY.
+bool globalShortcutThroughPortal(std::string_view sessionType, std::string_view waylandDisplay);
 
 struct GlobalShortcutPreference {
   std::string key;  // the lowercased character
@@ -96,6 +103,9 @@ class GlobalShortcutManager {
     registered,
     taken,        // another program holds the combination
     unavailable,  // the session offers no global shortcuts at all
+    declined,     // the desktop asked the user, or its own rules, and the answer was no
+    pending,      // the session answers later, through the settler
+    unassigned,   // the desktop holds the shortcut but gave it no keys (yet): the user chooses them there
   };
 
   struct Dependencies {
@@ -104,8 +114,12 @@ class GlobalShortcutManager {
     std::function<void()> removeHandler;
     // Registers the key code with the modifier mask, both in the profile's terms.
     std::function<Registration(uint32_t keyCode, uint32_t modifierMask)> registerHotKey;
-    // Releases what registerHotKey registered.
+    // Releases what registerHotKey registered, or gives up waiting for it.
     std::function<void()> unregisterHotKey;
+    // For sessions that answer later: called once at start with the operation that reports how
+    // the latest registration stands now, on the main thread, as often as the desktop says (it
+    // may let the user change the keys). removeHandler removes it too.
+    std::function<void(std::function<void(Registration)> settle)> installSettler;
   };
 
   static constexpr std::string_view unsupportedShortcutError =
@@ -114,6 +128,8 @@ class GlobalShortcutManager {
   static constexpr std::string_view noModifierError = "Choose at least one modifier.";
   static constexpr std::string_view unsupportedKeyError = "Choose a letter, number, or punctuation key.";
   static constexpr std::string_view unavailableError = "This desktop session doesn't offer global shortcuts.";
+  static constexpr std::string_view declinedError = "The desktop declined the shortcut.";
+  static constexpr std::string_view unassignedError = "Choose its keys in the desktop's keyboard shortcut settings.";
 
   GlobalShortcutManager(DefaultsStore& defaults, const GlobalShortcutProfile& profile, Dependencies dependencies);
   GlobalShortcutManager(const GlobalShortcutManager&) = delete;
@@ -123,7 +139,9 @@ class GlobalShortcutManager {
   const GlobalShortcutPreference& preference() const { return preference_; }
   bool isEnabled() const { return isEnabled_; }
   const std::optional<std::string>& registrationError() const { return registrationError_; }
-  bool isRegistered() const { return registered_; }
+  bool isRegistered() const { return held_ && outcome_ == Registration::registered; }
+  // Asked for and not yet answered.
+  bool isPending() const { return held_ && outcome_ == Registration::pending; }
   std::string displayText() const { return preference_.displayText(profile_); }
 
   // Called after every change of the observable state above.
@@ -141,6 +159,8 @@ class GlobalShortcutManager {
  private:
   void registerCurrentPreference();
   void unregister();
+  void settle(Registration outcome);
+  void apply(Registration outcome);
   void changed();
 
   DefaultsStore& defaults_;
@@ -149,7 +169,9 @@ class GlobalShortcutManager {
   GlobalShortcutPreference preference_;
   bool isEnabled_ = true;
   std::optional<std::string> registrationError_;
-  bool registered_ = false;
+  // Whether the platform holds something of ours that a change must release, and how it stands.
+  bool held_ = false;
+  Registration outcome_ = Registration::unavailable;
   bool handlerInstalled_ = false;
   std::function<void()> action_;
 };

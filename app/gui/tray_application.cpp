@@ -44,8 +44,14 @@ TrayApplication::TrayApplication() : executor_(std::make_shared<QtMainExecutor>(
   auto dependencies = AppDelegate::Dependencies::live(executor_);
   dependencies.reduceMotion = [this] { return accessibility_->options().reduceMotion; };
   dependencies.makeIsland = [this] { return makeIsland(); };
-  shortcut_ = std::make_unique<X11GlobalShortcut>();
-  if (shortcut_->available()) dependencies.shortcut = shortcut_->dependencies();
+  if (globalShortcutThroughPortal(qEnvironmentVariable("XDG_SESSION_TYPE").toStdString(),
+                                  qEnvironmentVariable("WAYLAND_DISPLAY").toStdString())) {
+    portalShortcut_ = std::make_unique<PortalGlobalShortcut>();
+    dependencies.shortcut = portalShortcut_->dependencies();
+  } else {
+    shortcut_ = std::make_unique<X11GlobalShortcut>();
+    if (shortcut_->available()) dependencies.shortcut = shortcut_->dependencies();
+  }
   notifier_ = std::make_unique<DesktopNotifier>();
   dependencies.notify = [this](const AgentNotice& notice) { notifier_->show(notice); };
   notifier_->onActivated = [this](const std::string& sessionID) {
@@ -134,6 +140,8 @@ QStringList TrayApplication::shortcutState() const {
   QString state = QStringLiteral("off");
   if (shortcut.registrationError()) {
     state = QString::fromStdString(*shortcut.registrationError());
+  } else if (shortcut.isPending()) {
+    state = QStringLiteral("pending");
   } else if (shortcut.isRegistered()) {
     state = QStringLiteral("registered");
   }

@@ -15,6 +15,7 @@
 #include "app/gui/island_window.h"
 #include "app/gui/panel_bridge.h"
 #include "app/gui/panel_window.h"
+#include "app/gui/portal_global_shortcut.h"
 #include "app/gui/x11_global_shortcut.h"
 #include "app/qt/app_delegate.h"
 #include "app/qt/qt_main_executor.h"
@@ -61,6 +62,7 @@ class TrayApplication : public QObject {
   std::unique_ptr<DesktopEvents> desktop_;
   std::unique_ptr<IslandWindow> island_;
   std::unique_ptr<X11GlobalShortcut> shortcut_;
+  std::unique_ptr<PortalGlobalShortcut> portalShortcut_;
   std::unique_ptr<DesktopNotifier> notifier_;
   std::unique_ptr<AppDelegate> delegate_;
   std::unique_ptr<PanelBridge> bridge_;

@@ -61,6 +61,7 @@ AppDelegate::Dependencies AppDelegate::Dependencies::live(std::shared_ptr<MainEx
       .removeHandler = [] {},
       .registerHotKey = [](uint32_t, uint32_t) { return GlobalShortcutManager::Registration::unavailable; },
       .unregisterHotKey = [] {},
+      .installSettler = nullptr,
   };
   auto checker = std::make_shared<UpdateChecker>(UpdateChecker::Dependencies{
       .feed = UpdateChecker::defaultFeed(),

@@ -32,6 +32,12 @@ bool RowVisibleFields::*fieldNamed(const QString& name) {
 SettingsModel::SettingsModel(Parts parts, QObject* parent) : QObject(parent), parts_(std::move(parts)) {
   if (parts_.launchAtLogin) launchAtLogin_ = parts_.launchAtLogin->reconcileLaunchAtLogin();
   if (parts_.updates) connect(parts_.updates, &UpdateChecker::changed, this, &SettingsModel::changed);
+  // A desktop that answers later (the portal) settles the shortcut after the view asked.
+  if (parts_.shortcut) parts_.shortcut->onChange = [this] { Q_EMIT changed(); };
+}
+
+SettingsModel::~SettingsModel() {
+  if (parts_.shortcut) parts_.shortcut->onChange = nullptr;
 }
 
 QString SettingsModel::updatesNote() const {
@@ -67,6 +73,7 @@ bool SettingsModel::shortcutEnabled() const { return parts_.shortcut && parts_.s
 QString SettingsModel::shortcutText() const {
   return parts_.shortcut ? QString::fromStdString(parts_.shortcut->displayText()) : QString();
 }
+bool SettingsModel::shortcutPending() const { return parts_.shortcut && parts_.shortcut->isPending(); }
 QString SettingsModel::shortcutError() const {
   return parts_.shortcut && parts_.shortcut->registrationError()
              ? QString::fromStdString(*parts_.shortcut->registrationError())

@@ -30,6 +30,8 @@ class SettingsModel : public QObject {
   Q_PROPERTY(bool shortcutEnabled READ shortcutEnabled NOTIFY changed)
   Q_PROPERTY(QString shortcutText READ shortcutText NOTIFY changed)
   Q_PROPERTY(QString shortcutError READ shortcutError NOTIFY changed)
+  // Asked of the desktop, which has not answered yet (it may be asking the user).
+  Q_PROPERTY(bool shortcutPending READ shortcutPending NOTIFY changed)
   Q_PROPERTY(bool launchAtLogin READ launchAtLogin NOTIFY changed)
   Q_PROPERTY(QString launchAtLoginCaption READ launchAtLoginCaption NOTIFY changed)
   Q_PROPERTY(QVariantList connections READ connections NOTIFY changed)
@@ -62,6 +64,9 @@ class SettingsModel : public QObject {
   static constexpr std::string_view supportAddress = "feedback@tidewatch.app";
 
   explicit SettingsModel(Parts parts, QObject* parent = nullptr);
+  ~SettingsModel() override;
+  SettingsModel(const SettingsModel&) = delete;
+  SettingsModel& operator=(const SettingsModel&) = delete;
 
   QVariantMap fields() const;
   QString rowDensity() const;
@@ -73,6 +78,7 @@ class SettingsModel : public QObject {
   bool shortcutEnabled() const;
   QString shortcutText() const;
   QString shortcutError() const;
+  bool shortcutPending() const;
   bool launchAtLogin() const { return launchAtLogin_.toggleOn; }
   QString launchAtLoginCaption() const;
   QVariantList connections() const;

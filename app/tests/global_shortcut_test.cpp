@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <tuple>
 #include <vector>
 
 #include "process_core/tests/support/temporary_directory.h"
@@ -28,6 +29,38 @@ TEST(GlobalShortcutKeyMap, DarwinCodesAreTheAnsiVirtualKeysAndLinuxTheLatin1Keys
     EXPECT_TRUE(profile.keyCode(std::string(key))) << key;
   }
   EXPECT_EQ(GlobalShortcutProfile::forLinux().keyCode("f1"), std::nullopt);
+}
+
+TEST(GlobalShortcutKeyMap, PortalTriggersUseXkbcommonNames) {
+  const std::tuple<uint32_t, uint32_t, std::optional<std::string>> cases[] = {
+      {'p', 0x04 | 0x08, "CTRL+ALT+p"},
+      {'1', 0x40 | 0x01, "SHIFT+LOGO+1"},
+      {'`', 0x04, "CTRL+grave"},
+      {'[', 0x08, "ALT+bracketleft"},
+      {'\\', 0x04 | 0x01, "CTRL+SHIFT+backslash"},
+      {'z', 0, "z"},
+      {0xff0d, 0x04, std::nullopt},  // Return: not a key the shortcut can have
+      {'A', 0x04, std::nullopt},     // keysyms of the table are lower case
+  };
+  for (const auto& [keysym, mask, expected] : cases) {
+    EXPECT_EQ(GlobalShortcutKeyMap::portalTrigger(keysym, mask), expected) << keysym;
+  }
+  for (const auto& [key, keysym] : GlobalShortcutKeyMap::linuxKeysyms()) {
+    EXPECT_TRUE(GlobalShortcutKeyMap::portalTrigger(keysym, 0x04)) << key;
+  }
+}
+
+TEST(GlobalShortcutRoute, WaylandSessionsGoThroughThePortal) {
+  const std::tuple<std::string_view, std::string_view, bool> cases[] = {
+      {"wayland", "", true},
+      {"", "wayland-0", true},
+      {"x11", "", false},
+      {"tty", "", false},
+      {"", "", false},
+  };
+  for (const auto& [sessionType, waylandDisplay, portal] : cases) {
+    EXPECT_EQ(globalShortcutThroughPortal(sessionType, waylandDisplay), portal) << sessionType << waylandDisplay;
+  }
 }
 
 TEST(GlobalShortcutPreference, DisplayTextPerProfile) {
@@ -79,16 +112,18 @@ struct FakeHotKeys {
   std::map<std::pair<uint32_t, uint32_t>, Registration> refusals;
   int unregistered = 0;
   int handlersRemoved = 0;
+  bool answersLater = false;
   std::function<void()> pressed;
+  std::function<void(Registration)> settle;
 
   GlobalShortcutManager::Dependencies dependencies() {
     return {[this](std::function<void()> handler) { pressed = std::move(handler); }, [this] { ++handlersRemoved; },
             [this](uint32_t code, uint32_t mask) {
               if (refusals.contains({code, mask})) return refusals.at({code, mask});
               registered.emplace_back(code, mask);
-              return Registration::registered;
+              return answersLater ? Registration::pending : Registration::registered;
             },
-            [this] { ++unregistered; }};
+            [this] { ++unregistered; }, [this](std::function<void(Registration)> settler) { settle = settler; }};
   }
 };
 
@@ -176,6 +211,50 @@ TEST_F(ShortcutManagerTest, ASessionWithoutGlobalShortcutsSaysSo) {
   auto manager = started(GlobalShortcutProfile::forLinux());
   EXPECT_EQ(manager->registrationError(), "This desktop session doesn't offer global shortcuts.");
   EXPECT_FALSE(manager->isRegistered());
+}
+
+TEST_F(ShortcutManagerTest, ALaterAnswerSettlesThePendingRegistration) {
+  const std::pair<Registration, std::optional<std::string>> cases[] = {
+      {Registration::registered, std::nullopt},
+      {Registration::taken, "That shortcut is already in use by another app."},
+      {Registration::unavailable, "This desktop session doesn't offer global shortcuts."},
+      {Registration::declined, "The desktop declined the shortcut."},
+      {Registration::unassigned, "Choose its keys in the desktop's keyboard shortcut settings."},
+  };
+  for (const auto& [answer, error] : cases) {
+    keys = {};
+    keys.answersLater = true;
+    auto manager = started(GlobalShortcutProfile::forLinux());
+    EXPECT_TRUE(manager->isPending());
+    EXPECT_FALSE(manager->isRegistered());
+    EXPECT_EQ(manager->registrationError(), std::nullopt);
+    const int before = changes;
+    keys.settle(answer);
+    EXPECT_EQ(changes, before + 1);
+    EXPECT_FALSE(manager->isPending());
+    EXPECT_EQ(manager->isRegistered(), answer == Registration::registered);
+    EXPECT_EQ(manager->registrationError(), error);
+    const bool held = answer == Registration::registered || answer == Registration::unassigned;
+    // The desktop may speak again of what it holds (the user changed the keys), never of a refusal.
+    keys.settle(Registration::registered);
+    EXPECT_EQ(manager->isRegistered(), held);
+    manager.reset();
+    EXPECT_EQ(keys.unregistered, held ? 1 : 0);  // a refusal left nothing to release
+  }
+}
+
+TEST_F(ShortcutManagerTest, AChangeWhileWaitingWithdrawsTheRequestAndIgnoresItsAnswer) {
+  keys.answersLater = true;
+  auto manager = started(GlobalShortcutProfile::forLinux());
+  manager->update({"k", {Modifier::command}});
+  EXPECT_EQ(keys.unregistered, 1);  // the first request, withdrawn
+  EXPECT_TRUE(manager->isPending());
+  manager->setEnabled(false);
+  EXPECT_EQ(keys.unregistered, 2);
+  EXPECT_FALSE(manager->isPending());
+  keys.settle(Registration::registered);
+  EXPECT_FALSE(manager->isRegistered());
+  EXPECT_EQ(keys.registered, (std::vector{std::pair(0x70u, 0x0Cu), std::pair(0x6bu, 0x04u)}));
 }
 
 TEST_F(ShortcutManagerTest, DestroyingAStartedManagerReleasesTheShortcutAndHandler) {

@@ -177,6 +177,10 @@ Rectangle {
                     text: view.settings.shortcutError
                     color: Theme.warning
                 }
+                Note {
+                    visible: view.settings.shortcutPending
+                    text: "Waiting for the desktop to confirm the shortcut."
+                }
                 Heading { text: "Login" }
                 Toggle {
                     width: rightColumn.width

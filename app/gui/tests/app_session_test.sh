@@ -10,7 +10,8 @@
 # the tray's counts under a full-screen window, and plays the session's end before it goes, which
 # a notification server hears of exactly once; clicking that notice opens the panel. The
 # global shortcut Ctrl+Alt+P opens and closes the panel, with NumLock on too, and says so when
-# another client holds it; a row's focus action brings its host terminal's window forward.
+# another client holds it; on a Wayland session the desktop's portal binds it instead. A row's
+# focus action brings its host terminal's window forward.
 #   app_session_test.sh <folder of the tidewatch executable> <sni_test_watcher> <desktop_test_helper>
 set -uo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -30,7 +31,7 @@ check() {
   if "$@"; then echo "ok: $what"; else echo "FAIL: $what" >&2; failures=$((failures + 1)); fi
 }
 
-trap 'kill ${listener:-} ${app:-} ${watcher:-} ${agent:-} ${note:-} ${portal:-} ${full:-} ${grabber:-} ${host:-} ${notices:-} 2>/dev/null; session_stop' EXIT
+trap 'kill ${listener:-} ${app:-} ${watcher:-} ${agent:-} ${note:-} ${portal:-} ${full:-} ${grabber:-} ${shortcuts:-} ${host:-} ${notices:-} 2>/dev/null; session_stop' EXIT
 
 # The socket lives in the user's session runtime folder when there is one; a test must not take
 # that from a Tidewatch the user runs, so it connects no provider there.
@@ -315,7 +316,28 @@ check "a held combination gives the error" \
 read -r ix iy iw ih < <(tray_icon_geometry)
 xdotool mousemove $((ix + iw / 2)) $((iy + ih / 2)) click 1
 check "and the panel still opens from the tray" wait_for 5 panel_geometry
-kill -TERM "$app" "$grabber" "$host"
+kill -TERM "$app" "$grabber"
+check "SIGTERM ends it" wait_for 5 app_gone
+# A Wayland session: the desktop's GlobalShortcuts portal binds the shortcut, and its Activated
+# signal is the press.
+coproc SHORTCUTS { "$desktop_helper" shortcuts; }
+shortcuts=$SHORTCUTS_PID
+portal_up() {
+  [[ $(dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+    org.freedesktop.DBus.NameHasOwner string:org.freedesktop.portal.Desktop) == *"boolean true"* ]]
+}
+wait_for 5 portal_up
+XDG_SESSION_TYPE=wayland "$front" >"$session_dir/app.log" 2>&1 &
+app=$!
+check "the portal binds the shortcut" wait_for 10 shortcut_says "Ctrl+Alt+P|registered"
+bound=
+while read -r -t 2 -u "${SHORTCUTS[0]}" line; do [[ $line == BindShortcuts* ]] && bound=$line; done
+check "as CTRL+ALT+p" test "$bound" == "BindShortcuts open-panel CTRL+ALT+p"
+echo press >&"${SHORTCUTS[1]}"
+check "the portal's press opens the panel" wait_for 3 panel_geometry
+echo press >&"${SHORTCUTS[1]}"
+check "and closes it" wait_for 3 panel_closed
+kill -TERM "$app" "$shortcuts" "$host"
 check "SIGTERM ends it" wait_for 5 app_gone
 pkill -f "http.server $port" || true
 session_stop

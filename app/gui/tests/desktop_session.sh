@@ -42,7 +42,7 @@ session_start() {
   session_pids+=($!)
   wait_for 10 xdpyinfo || { echo "session: Xvfb did not start" >&2; return 1; }
 
-  eval "$(dbus-daemon --session --fork --print-address=1 --print-pid=1 |
+  eval "$(dbus-daemon --config-file="$(dirname "${BASH_SOURCE[0]}")/private_session_bus.conf" --fork --print-address=1 --print-pid=1 |
     { read -r address; read -r pid; echo "export DBUS_SESSION_BUS_ADDRESS='$address'; session_bus_pid=$pid"; })"
 
   openbox >"$session_dir/openbox.log" 2>&1 &

@@ -5,6 +5,8 @@
 //                                   from standard input as a SettingChanged
 //   desktop_test_helper fullscreen   a window that asks the window manager for full screen
 //   desktop_test_helper grab         another client holding Ctrl+Alt+P on the root window
+//   desktop_test_helper shortcuts    a GlobalShortcuts portal: prints each call it hears and
+//                                    presses the bound shortcut for each "press" line read
 //   desktop_test_helper notifications
 //                                    a notification server: prints "summary|body" for each
 //                                    notice and clicks notice N for each "invoke N" line read
@@ -34,6 +36,7 @@
 #include "app/gui/fonts.h"
 #include "app/gui/island_window.h"
 #include "app/gui/tray_badge.h"
+#include "app/gui/tests/fake_shortcuts_portal.h"
 
 using SettingsMap = QMap<QString, QVariantMap>;
 Q_DECLARE_METATYPE(SettingsMap)
@@ -247,8 +250,28 @@ int main(int argc, char** argv) {
     });
     return QGuiApplication::exec();
   }
+  if (mode == "shortcuts") {
+    tidewatch::testing::FakeShortcutsPortal portal(QDBusConnection::sessionBus());
+    portal.onCall = [](const QString& call) {
+      std::printf("%s\n", qPrintable(call));
+      std::fflush(stdout);
+    };
+    if (!portal.serve()) {
+      std::fprintf(stderr, "desktop_test_helper: could not take org.freedesktop.portal.Desktop\n");
+      return 1;
+    }
+    QSocketNotifier input(0, QSocketNotifier::Read);
+    QObject::connect(&input, &QSocketNotifier::activated, &application, [&] {
+      std::string word;
+      if (!(std::cin >> word)) return QCoreApplication::quit();
+      if (word == "press") portal.press();
+    });
+    return QGuiApplication::exec();
+  }
   if (mode != "portal") {
-    std::fprintf(stderr, "usage: desktop_test_helper portal | fullscreen | grab | host PORT | notifications | render DIR\n");
+    std::fprintf(stderr,
+                 "usage: desktop_test_helper portal | fullscreen | grab | shortcuts | host PORT | notifications | render "
+                 "DIR\n");
     return 2;
   }
   qDBusRegisterMetaType<SettingsMap>();

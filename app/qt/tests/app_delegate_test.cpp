@@ -76,6 +76,7 @@ class AppDelegateTest : public ::testing::Test {
         .removeHandler = [] {},
         .registerHotKey = [](uint32_t, uint32_t) { return GlobalShortcutManager::Registration::unavailable; },
         .unregisterHotKey = [] {},
+        .installSettler = nullptr,
     };
     d.makeIsland = [this] {
       const auto wing = [this](std::string side) {

@@ -12,7 +12,7 @@ Item {
         fields: { port: true, cpu: false },
         rowDensity: "comfortable", defaultFilter: "agents", batteryMode: "balanced",
         autoCloseAfterOpening: false, showAgentActivity: false, notifyAgentSessions: false,
-        shortcutEnabled: true, shortcutText: "Ctrl+Alt+P", shortcutError: "",
+        shortcutEnabled: true, shortcutText: "Ctrl+Alt+P", shortcutError: "", shortcutPending: false,
         launchAtLogin: false, launchAtLoginCaption: "",
         connections: [{ provider: "claude", name: "Claude", caption: "Not connected", actions: ["Connect"], testLine: "" },
                       { provider: "codex", name: "Codex", caption: "Connected", actions: ["Test relay", "Disconnect"], testLine: "" }],
