@@ -28,6 +28,15 @@ std::vector<RawListeningSocket> listeningSockets(int32_t pid);
 // whose processes cannot be read but whose ports are taken all the same.
 std::vector<OwnedListeningSocket> listeningSocketsNotOwnedBy(uint32_t uid);
 
+// The kernel's listening TCP sockets now, without looking for their processes.
+std::vector<ListeningSocketRecord> listeningSocketRecords();
+
+// The sockets behind the process's descriptors, in descriptor order; empty when none or unreadable.
+std::vector<SocketDescriptor> socketDescriptors(int32_t pid);
+
+// The socket behind one descriptor now; absent when it is closed, not a socket or unreadable.
+std::optional<uint64_t> descriptorSocket(int32_t pid, int fd);
+
 // The identity of the incarnation now behind the pid; absent when the pid is gone.
 std::optional<ProcessIdentity> processIdentity(int32_t pid);
 

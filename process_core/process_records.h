@@ -81,6 +81,23 @@ struct OwnedListeningSocket {
   friend bool operator==(const OwnedListeningSocket&, const OwnedListeningSocket&) = default;
 };
 
+// One row of the kernel's table of listening sockets: the inode that descriptors name, the socket
+// and its owner.
+struct ListeningSocketRecord {
+  uint64_t inode = 0;
+  OwnedListeningSocket owned;
+
+  friend bool operator==(const ListeningSocketRecord&, const ListeningSocketRecord&) = default;
+};
+
+// A socket behind one of a process's descriptors.
+struct SocketDescriptor {
+  int fd = 0;
+  uint64_t inode = 0;
+
+  friend bool operator==(const SocketDescriptor&, const SocketDescriptor&) = default;
+};
+
 // The one failure of a scan: the process list came back empty.
 class ScanError : public std::runtime_error {
  public:

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <tuple>
 #include <map>
+#include <mutex>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -15,6 +16,7 @@
 #include "tidewatch_kit/agent_process_presence_builder.h"
 #include "tidewatch_kit/listener_enrichment.h"
 #include "tidewatch_kit/service_classifier.h"
+#include "tidewatch_kit/socket_owner_map.h"
 
 namespace tidewatch {
 namespace {
@@ -47,13 +49,15 @@ std::vector<BoundEndpoint> endpointsOf(const std::vector<RawListeningSocket>& so
   return endpoints;
 }
 
+using SocketsOfProcess = std::function<std::vector<RawListeningSocket>(int32_t pid)>;
+
 std::vector<ProcessListener> gatherProcessListeners(const PortEngineDependencies& d,
                                                     const std::vector<int32_t>& pids, uint32_t myUID,
-                                                    bool includeArgv) {
+                                                    bool includeArgv, const SocketsOfProcess& socketsOf) {
   std::vector<ProcessListener> listeners;
   for (int32_t pid : pids) {
     // A process without a listener costs no further read: that keeps the full pass cheap.
-    const auto sockets = d.listeningSockets(pid);
+    const auto sockets = socketsOf(pid);
     if (sockets.empty()) continue;
     const auto snapshot = d.enrichedSnapshot(pid, myUID, includeArgv);
     if (!snapshot) continue;
@@ -252,10 +256,11 @@ PortListener buildRow(const CollapsedListener& collapsed, const ListenerEnrichme
 }
 
 // Other users' listeners by port, then address; a user's name asked once.
-std::vector<OtherUserListener> otherUserListeners(const PortEngineDependencies& d, uint32_t myUID) {
+std::vector<OtherUserListener> otherUserListeners(const PortEngineDependencies& d,
+                                                  std::vector<OwnedListeningSocket> notOwned) {
   std::map<uint32_t, std::string> names;
   std::vector<OtherUserListener> listeners;
-  for (auto& owned : d.listeningSocketsNotOwnedBy(myUID)) {
+  for (auto& owned : notOwned) {
     auto name = names.find(owned.uid);
     if (name == names.end()) {
       name = names.emplace(owned.uid, d.userName(owned.uid).value_or(std::to_string(owned.uid))).first;
@@ -270,24 +275,97 @@ std::vector<OtherUserListener> otherUserListeners(const PortEngineDependencies& 
   return listeners;
 }
 
+// The listeners of the records whose owner is not uid, in record order, each inode once.
+std::vector<OwnedListeningSocket> notOwnedBy(const std::vector<ListeningSocketRecord>& records, uint32_t uid) {
+  std::vector<OwnedListeningSocket> sockets;
+  std::unordered_set<uint64_t> seen;
+  for (const auto& record : records) {
+    if (record.owned.uid != uid && seen.insert(record.inode).second) sockets.push_back(record.owned);
+  }
+  return sockets;
+}
+
+}  // namespace
+
+struct PortEngine::IncrementalState {
+  explicit IncrementalState(const PortEngineDependencies& d)
+      : owners({.listeningSockets = d.listeningSocketRecords,
+                .socketDescriptors = d.socketDescriptors,
+                .descriptorSocket = d.descriptorSocket,
+                .processIdentity = d.processIdentity}) {}
+
+  std::mutex mutex;
+  SocketOwnerMap owners;
+  // Processes whose names and executable make them no agent. A process keeps its pid and its
+  // identity through exec, so one that execs into an agent is seen at the next complete walk.
+  std::unordered_set<int32_t> notAgents;
+};
+
+namespace {
+
+// What a scan starts from: the processes, their listening sockets and other users' listeners.
+struct ScanTables {
+  std::vector<int32_t> pids;
+  SocketsOfProcess socketsOf;
+  std::vector<OwnedListeningSocket> notOwned;
+  // Processes already known to be no agent, for the presence pass to skip.
+  const std::unordered_set<int32_t>* notAgents = nullptr;
+};
+
 }  // namespace
 
 PortEngine::PortEngine() : PortEngine(PortEngineDependencies::live()) {}
 
 PortEngine::PortEngine(PortEngineDependencies dependencies) : dependencies_(std::move(dependencies)) {}
 
+PortEngine PortEngine::incremental(PortEngineDependencies dependencies) {
+  PortEngine engine(std::move(dependencies));
+  engine.incremental_ = std::make_shared<IncrementalState>(engine.dependencies_);
+  return engine;
+}
+
 ScanResult PortEngine::scan(bool includeArgv) const {
   const auto& d = dependencies_;
   const Date now = d.now();
-  const auto pids = d.allPIDs();
-  if (pids.empty()) throw ScanError(ScanError::Code::enumerationUnavailable);
   const uint32_t myUID = d.currentUID();
+  std::unique_lock<std::mutex> lock;
+  ScanTables tables;
+  std::unordered_map<int32_t, std::vector<RawListeningSocket>> socketsByPID;
+  if (incremental_) {
+    lock = std::unique_lock(incremental_->mutex);
+    tables.pids = d.processIDs();
+    if (tables.pids.empty()) throw ScanError(ScanError::Code::enumerationUnavailable);
+    auto owners = incremental_->owners.update(tables.pids, now);
+    socketsByPID = std::move(owners.socketsByPID);
+    tables.socketsOf = [&socketsByPID](int32_t pid) {
+      auto found = socketsByPID.find(pid);
+      return found == socketsByPID.end() ? std::vector<RawListeningSocket>{} : found->second;
+    };
+    tables.notOwned = notOwnedBy(owners.records, myUID);
+    auto& notAgents = incremental_->notAgents;
+    if (owners.complete) notAgents.clear();
+    const std::unordered_set<int32_t> present(tables.pids.begin(), tables.pids.end());
+    std::erase_if(notAgents, [&present](int32_t pid) { return !present.contains(pid); });
+    tables.notAgents = &notAgents;
+  } else {
+    tables.pids = d.allPIDs();
+    if (tables.pids.empty()) throw ScanError(ScanError::Code::enumerationUnavailable);
+    tables.socketsOf = d.listeningSockets;
+    tables.notOwned = d.listeningSocketsNotOwnedBy(myUID);
+  }
+  const auto& pids = tables.pids;
 
-  const auto collapsed = collapseWorkerPools(d, gatherProcessListeners(d, pids, myUID, includeArgv));
+  const auto collapsed =
+      collapseWorkerPools(d, gatherProcessListeners(d, pids, myUID, includeArgv, tables.socketsOf));
 
   ScanMemo memo(d, myUID);
   for (int32_t pid : pids) {
-    if (auto snapshot = d.agentPresenceSnapshot(pid, myUID)) memo.seed(pid, std::move(*snapshot));
+    if (tables.notAgents && tables.notAgents->contains(pid)) continue;
+    if (auto snapshot = d.agentPresenceSnapshot(pid, myUID)) {
+      memo.seed(pid, std::move(*snapshot));
+    } else if (incremental_) {
+      incremental_->notAgents.insert(pid);
+    }
   }
   const LookupSnapshot ancestorSnapshot = [&memo](int32_t pid) { return memo.lookup(pid); };
 
@@ -331,7 +409,7 @@ ScanResult PortEngine::scan(bool includeArgv) const {
   }
   result.scannedAt = now;
   result.processCount = static_cast<int>(pids.size());
-  result.otherUserListeners = otherUserListeners(d, myUID);
+  result.otherUserListeners = otherUserListeners(d, std::move(tables.notOwned));
   return result;
 }
 

@@ -1,10 +1,13 @@
 // The scan pipeline: from the operating system's process and socket tables to one ScanResult.
-// It reaches the system only through PortEngineDependencies, so it runs against fakes. The engine
-// keeps nothing between scans and may be copied and called from any thread.
+// It reaches the system only through PortEngineDependencies, so it runs against fakes. A cold
+// engine keeps nothing between scans; an incremental one (for the live loops) keeps which
+// processes hold which sockets and which processes are no agents, shared by its copies and
+// guarded for any thread.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -24,6 +27,14 @@ struct PortEngineDependencies {
   std::function<uint32_t()> currentUID;
   // This program's pid.
   std::function<int32_t()> currentPID;
+  // All processes now without taking the socket table that allPIDs takes.
+  std::function<std::vector<int32_t>()> processIDs;
+  // The kernel's listening TCP sockets now, for the incremental engine.
+  std::function<std::vector<ListeningSocketRecord>()> listeningSocketRecords;
+  // The sockets behind a process's descriptors, in descriptor order.
+  std::function<std::vector<SocketDescriptor>(int32_t pid)> socketDescriptors;
+  // The socket behind one descriptor now.
+  std::function<std::optional<uint64_t>(int32_t pid, int fd)> descriptorSocket;
   // The TCP sockets in LISTEN state of the latest allPIDs whose owner is not the uid.
   std::function<std::vector<OwnedListeningSocket>(uint32_t uid)> listeningSocketsNotOwnedBy;
   // The user's login name, absent when the password database does not know the uid.
@@ -72,8 +83,12 @@ class PortEngine {
 
   PortEngine();  // live wiring
   explicit PortEngine(PortEngineDependencies dependencies);
+  // An engine whose scans give what a cold scan of the same moment gives, reading again only
+  // what may have changed; see SocketOwnerMap for what is caught at once and what by the
+  // periodic complete walk.
+  static PortEngine incremental(PortEngineDependencies dependencies);
 
-  // One full pass; throws ScanError when the process list is empty.
+  // One pass; throws ScanError when the process list is empty.
   ScanResult scan(bool includeArgv) const;
 
   std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid) const;
@@ -89,9 +104,13 @@ class PortEngine {
   std::vector<ProcessIdentity> poolMemberIdentities(const WorkerPoolCollapser::Signals& signals) const;
 
   const PortEngineDependencies& dependencies() const { return dependencies_; }
+  bool isIncremental() const { return incremental_ != nullptr; }
 
  private:
+  struct IncrementalState;
+
   PortEngineDependencies dependencies_;
+  std::shared_ptr<IncrementalState> incremental_;
 };
 
 }  // namespace tidewatch

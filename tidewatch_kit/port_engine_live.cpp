@@ -46,6 +46,10 @@ PortEngineDependencies PortEngineDependencies::live() {
   d.currentUID = [] { return static_cast<uint32_t>(getuid()); };
   d.currentPID = [] { return static_cast<int32_t>(getpid()); };
   d.listeningSockets = [](int32_t pid) { return Libproc::listeningSockets(pid); };
+  d.processIDs = [] { return Libproc::processIDs(); };
+  d.listeningSocketRecords = [] { return Libproc::listeningSocketRecords(); };
+  d.socketDescriptors = [](int32_t pid) { return Libproc::socketDescriptors(pid); };
+  d.descriptorSocket = [](int32_t pid, int fd) { return Libproc::descriptorSocket(pid, fd); };
   d.listeningSocketsNotOwnedBy = [](uint32_t uid) { return Libproc::listeningSocketsNotOwnedBy(uid); };
   d.userName = [](uint32_t uid) { return liveUserName(uid); };
   d.enrichedSnapshot = [](int32_t pid, uint32_t uid, bool includeArgv) {

@@ -25,7 +25,9 @@ MonitoringLoops liveLoops(std::shared_ptr<MainExecutor> executor, DefaultsStore 
       .makeSession =
           [defaults, batteryMode] {
             const auto lastUsed = defaults.stringForKey(std::string(TidewatchViewModel::lastUsedFilterKey));
-            return std::make_shared<PortScanSession>(PortEngine(), DisplaySettings::defaultFilter(defaults),
+            // Rescans every second while the panel is open: only what changed is read again.
+            return std::make_shared<PortScanSession>(PortEngine::incremental(PortEngineDependencies::live()),
+                                                     DisplaySettings::defaultFilter(defaults),
                                                      lastUsed ? filterCategoryFromRaw(*lastUsed) : std::nullopt,
                                                      batteryMode);
           },

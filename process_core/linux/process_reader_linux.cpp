@@ -7,8 +7,10 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <algorithm>
+#include <charconv>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -377,22 +379,29 @@ std::vector<RawListeningSocket> listeningSockets(int32_t pid) {
 
 namespace {
 
-std::vector<RawListeningSocket> socketsOfProcess(int32_t pid, const SocketTable& table) {
-  std::vector<RawListeningSocket> sockets;
-  if (table.empty()) return sockets;
-
+// Calls visit(descriptor name, socket inode) for each socket among the process's descriptors, in
+// ascending descriptor order (the kernel's listing order).
+template <typename Visit>
+void forEachSocketDescriptor(int32_t pid, Visit&& visit) {
   ProcFiles::PathBuffer path;
   FileDescriptor descriptors(::open(ProcFiles::procPath(path, pid, "fd"), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptors.valid()) return sockets;
-  // The kernel lists descriptors in ascending order, which is the order wanted here.
+  if (!descriptors.valid()) return;
   forEachDirectoryEntry(descriptors.get(), [&](std::string_view name) {
     if (name.front() == '.') return;
     char link[64];
     const ssize_t length = ::readlinkat(descriptors.get(), name.data(), link, sizeof link);
     if (length <= 0 || static_cast<size_t>(length) >= sizeof link) return;
-    auto inode = ProcParsers::parseSocketInode(std::string_view(link, static_cast<size_t>(length)));
-    if (!inode) return;
-    auto found = table.find(*inode);
+    if (auto inode = ProcParsers::parseSocketInode(std::string_view(link, static_cast<size_t>(length)))) {
+      visit(name, *inode);
+    }
+  });
+}
+
+std::vector<RawListeningSocket> socketsOfProcess(int32_t pid, const SocketTable& table) {
+  std::vector<RawListeningSocket> sockets;
+  if (table.empty()) return sockets;
+  forEachSocketDescriptor(pid, [&](std::string_view, uint64_t inode) {
+    auto found = table.find(inode);
     if (found != table.end()) sockets.push_back(found->second);
   });
   return sockets;
@@ -401,6 +410,35 @@ std::vector<RawListeningSocket> socketsOfProcess(int32_t pid, const SocketTable&
 }  // namespace
 
 namespace Libproc {
+
+std::vector<ListeningSocketRecord> listeningSocketRecords() {
+  std::vector<ListeningSocketRecord> records;
+  for (const auto& record : SockDiag::listeners()) {
+    if (record.inode != 0) records.push_back({record.inode, {SocketParsers::present(record), record.uid}});
+  }
+  return records;
+}
+
+std::vector<SocketDescriptor> socketDescriptors(int32_t pid) {
+  std::vector<SocketDescriptor> sockets;
+  if (pid <= 0) return sockets;
+  forEachSocketDescriptor(pid, [&](std::string_view name, uint64_t inode) {
+    int fd = -1;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), fd);
+    if (error == std::errc() && end == name.data() + name.size()) sockets.push_back({fd, inode});
+  });
+  return sockets;
+}
+
+std::optional<uint64_t> descriptorSocket(int32_t pid, int fd) {
+  if (pid <= 0 || fd < 0) return std::nullopt;
+  char path[64];
+  std::snprintf(path, sizeof path, "/proc/%d/fd/%d", pid, fd);
+  char link[64];
+  const ssize_t length = ::readlink(path, link, sizeof link);
+  if (length <= 0 || static_cast<size_t>(length) >= sizeof link) return std::nullopt;
+  return ProcParsers::parseSocketInode(std::string_view(link, static_cast<size_t>(length)));
+}
 
 std::optional<ProcessIdentity> processIdentity(int32_t pid) {
   if (pid <= 0) return std::nullopt;

@@ -14,6 +14,7 @@ namespace tidewatch::testing {
 struct FakeProcess {
   ProcessSnapshot snapshot;
   std::vector<RawListeningSocket> sockets;
+  std::vector<SocketDescriptor> descriptors;  // beside sockets: the descriptor and inode of each
   std::optional<std::string> cwd;
 };
 
@@ -33,6 +34,10 @@ class FakeProcessWorld {
   std::map<int32_t, int> enrichedReads;
   std::map<int32_t, int> identityReads;
   std::map<int32_t, int> cwdReads;
+  std::map<int32_t, int> descriptorWalks;
+  std::map<int32_t, int> presenceReads;
+  int descriptorReads = 0;
+  int processListings = 0;
   int flagCalls = 0;
   std::vector<std::optional<std::string>> flaggedPaths;
   // Listening sockets of any user by owner, and the password database.
@@ -55,8 +60,27 @@ class FakeProcessWorld {
 
   void listen(int32_t pid, int port, std::string address = "127.0.0.1") {
     const auto family = address.find(':') != std::string::npos ? AddressFamily::ipv6 : AddressFamily::ipv4;
-    processes_.at(pid).sockets.push_back({port, family, std::move(address)});
+    hold(pid, {port, family, std::move(address)}, nextInode_++);
   }
+
+  // The listening socket of `from` on port also held by `to`, as after fork or a descriptor passed.
+  void share(int32_t from, int port, int32_t to) {
+    const auto& source = processes_.at(from);
+    for (size_t i = 0; i < source.sockets.size(); ++i) {
+      if (source.sockets[i].port == port) return hold(to, source.sockets[i], source.descriptors[i].inode);
+    }
+  }
+
+  void close(int32_t pid, int port) {
+    auto& process = processes_.at(pid);
+    for (size_t i = process.sockets.size(); i-- > 0;) {
+      if (process.sockets[i].port != port) continue;
+      process.sockets.erase(process.sockets.begin() + static_cast<std::ptrdiff_t>(i));
+      process.descriptors.erase(process.descriptors.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+  }
+
+  void exit(int32_t pid) { processes_.erase(pid); }
 
   void setCWD(int32_t pid, std::string cwd) { processes_.at(pid).cwd = std::move(cwd); }
 
@@ -65,6 +89,38 @@ class FakeProcessWorld {
 
   PortEngineDependencies dependencies() {
     PortEngineDependencies d;
+    d.processIDs = [this] {
+      ++processListings;
+      std::vector<int32_t> pids;
+      for (const auto& [pid, process] : processes_) pids.push_back(pid);
+      return pids;
+    };
+    d.listeningSocketRecords = [this] {
+      std::vector<ListeningSocketRecord> records;
+      for (const auto& [pid, process] : processes_) {
+        for (size_t i = 0; i < process.sockets.size(); ++i) {
+          records.push_back({process.descriptors[i].inode, {process.sockets[i], *process.snapshot.uid}});
+        }
+      }
+      uint64_t inode = 1'000'000;
+      for (const auto& owned : ownedSockets) records.push_back({inode++, owned});
+      return records;
+    };
+    d.socketDescriptors = [this](int32_t pid) {
+      ++descriptorWalks[pid];
+      auto it = processes_.find(pid);
+      if (it == processes_.end() || (it->second.snapshot.uid != uid)) return std::vector<SocketDescriptor>{};
+      return it->second.descriptors;
+    };
+    d.descriptorSocket = [this](int32_t pid, int fd) -> std::optional<uint64_t> {
+      ++descriptorReads;
+      auto it = processes_.find(pid);
+      if (it == processes_.end()) return std::nullopt;
+      for (const auto& descriptor : it->second.descriptors) {
+        if (descriptor.fd == fd) return descriptor.inode;
+      }
+      return std::nullopt;
+    };
     d.allPIDs = [this] {
       std::vector<int32_t> pids;
       for (const auto& [pid, process] : processes_) pids.push_back(pid);
@@ -97,6 +153,7 @@ class FakeProcessWorld {
       return snapshot;
     };
     d.agentPresenceSnapshot = [this](int32_t pid, uint32_t myUID) -> std::optional<ProcessSnapshot> {
+      ++presenceReads[pid];
       auto snapshot = read(pid, myUID);
       if (!snapshot || !snapshot->sameUser) return std::nullopt;
       if (AgentProcessDetector::presenceCandidate(snapshot->name, snapshot->executablePath) ==
@@ -148,7 +205,15 @@ class FakeProcessWorld {
     return snapshot;
   }
 
+  void hold(int32_t pid, RawListeningSocket socket, uint64_t inode) {
+    auto& process = processes_.at(pid);
+    const int fd = process.descriptors.empty() ? 3 : process.descriptors.back().fd + 1;
+    process.sockets.push_back(std::move(socket));
+    process.descriptors.push_back({fd, inode});
+  }
+
   std::map<int32_t, FakeProcess> processes_;
+  uint64_t nextInode_ = 5000;
 };
 
 }  // namespace tidewatch::testing
