@@ -69,8 +69,10 @@ def serve(orders, listen_now):
             server.close()
             server = None
             orders.send(b"ok")
+    # Gone before the exit is answered, so both scans after it see the same table.
     for pid in workers:
         os.kill(pid, signal.SIGTERM)
+        os.waitpid(pid, 0)
 
 
 def listening():
