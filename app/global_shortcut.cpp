@@ -250,30 +250,32 @@ void GlobalShortcutManager::registerCurrentPreference() {
   apply(dependencies_.registerHotKey(*code, profile_.mask(preference_.modifiers)));
 }
 
+namespace {
+
+// What the settings say of an outcome; nothing for one that works or is still being decided.
+std::string_view errorText(GlobalShortcutManager::Registration outcome) {
+  using Manager = GlobalShortcutManager;
+  switch (outcome) {
+    case Manager::Registration::taken: return Manager::takenError;
+    case Manager::Registration::unavailable: return Manager::unavailableError;
+    case Manager::Registration::declined: return Manager::declinedError;
+    case Manager::Registration::unassigned: return Manager::unassignedError;
+    case Manager::Registration::registered:
+    case Manager::Registration::pending: return {};
+  }
+  return {};
+}
+
+}  // namespace
+
 void GlobalShortcutManager::apply(Registration outcome) {
   outcome_ = outcome;
   // A request still open, or a shortcut the desktop keeps without keys, is withdrawn on a change
   // like a registered one; a refusal left nothing behind.
   held_ = outcome == Registration::registered || outcome == Registration::pending ||
           outcome == Registration::unassigned;
-  registrationError_.reset();
-  switch (outcome) {
-    case Registration::taken:
-      registrationError_ = std::string(takenError);
-      break;
-    case Registration::unavailable:
-      registrationError_ = std::string(unavailableError);
-      break;
-    case Registration::declined:
-      registrationError_ = std::string(declinedError);
-      break;
-    case Registration::unassigned:
-      registrationError_ = std::string(unassignedError);
-      break;
-    case Registration::registered:
-    case Registration::pending:
-      break;
-  }
+  const std::string_view error = errorText(outcome);
+  registrationError_ = error.empty() ? std::nullopt : std::optional<std::string>(error);
 }
 
 void GlobalShortcutManager::settle(Registration outcome) {

@@ -4,21 +4,16 @@
 // an incremental engine grows by over 10,000 rescans.
 // Run it against a desktop-sized table: `python3 bench/scan_world.py --ready-file F &`.
 #include <benchmark/benchmark.h>
-#include <time.h>
 
 #include <fstream>
 #include <string>
+#include <utility>
 
+#include "bench/steady_cpu.h"
 #include "tidewatch_kit/port_engine.h"
 
 namespace tidewatch {
 namespace {
-
-double processCPUSeconds() {
-  timespec now{};
-  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 double residentKiB() {
   std::ifstream status("/proc/self/status");
@@ -29,15 +24,10 @@ double residentKiB() {
   return 0;
 }
 
-// Processor time of the whole process (the cold walk spreads over threads) per scan.
+// The panel rescans every second.
 template <typename Scan>
 void measure(benchmark::State& state, Scan&& scan) {
-  scan();  // the incremental engine's first scan is a complete walk; every later one is steady
-  const double before = processCPUSeconds();
-  for (auto _ : state) benchmark::DoNotOptimize(scan());
-  const double cpuPerScan = (processCPUSeconds() - before) / static_cast<double>(state.iterations());
-  state.counters["cpu_us_per_scan"] = cpuPerScan * 1e6;
-  state.counters["core_pct_at_1s"] = cpuPerScan * 100.0;
+  bench::measureSteadyCPU(state, "scan", 1, std::forward<Scan>(scan));
 }
 
 void BM_ColdScan(benchmark::State& state) {

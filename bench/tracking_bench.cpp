@@ -3,7 +3,10 @@
 // runs, beside the same scan on the general-purpose readers and beside a full port scan.
 // Run it against a desktop-sized table: `python3 bench/scan_world.py --ready-file F &`.
 #include <benchmark/benchmark.h>
-#include <time.h>
+
+#include <utility>
+
+#include "bench/steady_cpu.h"
 
 #include "coralline_kit/agent_tracking_session.h"
 #include "process_core/process_reader.h"
@@ -12,22 +15,10 @@
 namespace tidewatch {
 namespace {
 
-double processCPUSeconds() {
-  timespec now{};
-  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
-
-// Times `look` and reports, beside Google Benchmark's own figures, the processor time of one
-// look and what share of one core that is at the idle cadence of 5 seconds.
+// A look of agent tracking repeats every 5 s while the panel is closed.
 template <typename Look>
 void measure(benchmark::State& state, Look&& look) {
-  look();  // the first look has no samples yet; every later one is the steady case
-  const double before = processCPUSeconds();
-  for (auto _ : state) benchmark::DoNotOptimize(look());
-  const double cpuPerLook = (processCPUSeconds() - before) / static_cast<double>(state.iterations());
-  state.counters["cpu_us_per_look"] = cpuPerLook * 1e6;
-  state.counters["core_pct_at_5s"] = cpuPerLook / 5.0 * 100.0;
+  bench::measureSteadyCPU(state, "look", 5, std::forward<Look>(look));
 }
 
 void BM_TrackingLook(benchmark::State& state) {

@@ -1,5 +1,7 @@
 #include "process_core/process_records.h"
 
+#include <unordered_set>
+
 namespace tidewatch {
 
 std::optional<std::string> lastPathComponent(std::string_view path) {
@@ -82,6 +84,15 @@ std::optional<HostAppKind> hostAppKindFromRaw(std::string_view raw) {
     if (rawValue(kind) == raw) return kind;
   }
   return std::nullopt;
+}
+
+std::vector<OwnedListeningSocket> socketsNotOwnedBy(const std::vector<ListeningSocketRecord>& records, uint32_t uid) {
+  std::vector<OwnedListeningSocket> sockets;
+  std::unordered_set<uint64_t> seen;
+  for (const auto& record : records) {
+    if (record.owned.uid != uid && seen.insert(record.inode).second) sockets.push_back(record.owned);
+  }
+  return sockets;
 }
 
 }  // namespace tidewatch

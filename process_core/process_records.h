@@ -90,6 +90,9 @@ struct ListeningSocketRecord {
   friend bool operator==(const ListeningSocketRecord&, const ListeningSocketRecord&) = default;
 };
 
+// The listeners whose owner is not uid, in record order, each inode once.
+std::vector<OwnedListeningSocket> socketsNotOwnedBy(const std::vector<ListeningSocketRecord>& records, uint32_t uid);
+
 // A socket behind one of a process's descriptors.
 struct SocketDescriptor {
   int fd = 0;

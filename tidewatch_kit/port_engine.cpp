@@ -275,16 +275,6 @@ std::vector<OtherUserListener> otherUserListeners(const PortEngineDependencies& 
   return listeners;
 }
 
-// The listeners of the records whose owner is not uid, in record order, each inode once.
-std::vector<OwnedListeningSocket> notOwnedBy(const std::vector<ListeningSocketRecord>& records, uint32_t uid) {
-  std::vector<OwnedListeningSocket> sockets;
-  std::unordered_set<uint64_t> seen;
-  for (const auto& record : records) {
-    if (record.owned.uid != uid && seen.insert(record.inode).second) sockets.push_back(record.owned);
-  }
-  return sockets;
-}
-
 }  // namespace
 
 struct PortEngine::IncrementalState {
@@ -341,7 +331,7 @@ ScanResult PortEngine::scan(bool includeArgv) const {
       auto found = socketsByPID.find(pid);
       return found == socketsByPID.end() ? std::vector<RawListeningSocket>{} : found->second;
     };
-    tables.notOwned = notOwnedBy(owners.records, myUID);
+    tables.notOwned = socketsNotOwnedBy(owners.records, myUID);
     auto& notAgents = incremental_->notAgents;
     if (owners.complete) notAgents.clear();
     const std::unordered_set<int32_t> present(tables.pids.begin(), tables.pids.end());

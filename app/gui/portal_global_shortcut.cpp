@@ -145,7 +145,7 @@ void PortalGlobalShortcut::shortcutsChanged(const QDBusMessage& message) {
 GlobalShortcutManager::Registration PortalGlobalShortcut::bind(uint32_t keysym, uint32_t modifierMask) {
   const auto trigger = GlobalShortcutKeyMap::portalTrigger(keysym, modifierMask);
   if (!trigger) return Registration::unavailable;
-  release();
+  // The manager releases what it held before asking again, so no session is open here.
   const uint64_t generation = ++generation_;
   if (!announced_) {
     // Newer portals learn a host application's id this way; older ones answer an error, which

@@ -85,7 +85,7 @@ struct SocketOwners {
 // The socket table of the latest enumeration, shared by every reader until the next one.
 struct SocketTableState {
   std::mutex mutex;
-  std::shared_ptr<const std::vector<SocketParsers::ListenerRecord>> records;
+  std::shared_ptr<const std::vector<ListeningSocketRecord>> records;
   std::shared_ptr<const SocketTable> table;
   std::shared_ptr<const SocketOwners> owners;
 };
@@ -134,7 +134,7 @@ std::shared_ptr<const SocketOwners> findSocketOwners(const std::vector<int32_t>&
 }
 
 void refreshSocketTable(const std::vector<int32_t>& pids) {
-  auto records = std::make_shared<const std::vector<SocketParsers::ListenerRecord>>(SockDiag::listeners());
+  auto records = std::make_shared<const std::vector<ListeningSocketRecord>>(Libproc::listeningSocketRecords());
   auto fresh = std::make_shared<const SocketTable>(SocketParsers::makeSocketTable(*records));
   auto owners = findSocketOwners(pids, *fresh);
   SocketTableState& state = socketTableState();
@@ -157,7 +157,7 @@ std::shared_ptr<const SocketTable> currentSocketTable() {
     if (state.table) return state.table;
   }
   // Asked before any enumeration: take a table now.
-  auto fresh = std::make_shared<const SocketTable>(SocketParsers::makeSocketTable(SockDiag::listeners()));
+  auto fresh = std::make_shared<const SocketTable>(SocketParsers::makeSocketTable(Libproc::listeningSocketRecords()));
   std::lock_guard lock(state.mutex);
   if (!state.table) state.table = std::move(fresh);
   return state.table;
@@ -355,14 +355,14 @@ std::vector<int32_t> allPIDs() {
 }
 
 std::vector<OwnedListeningSocket> listeningSocketsNotOwnedBy(uint32_t uid) {
-  std::shared_ptr<const std::vector<SocketParsers::ListenerRecord>> records;
+  std::shared_ptr<const std::vector<ListeningSocketRecord>> records;
   {
     SocketTableState& state = socketTableState();
     std::lock_guard lock(state.mutex);
     records = state.records;
   }
   if (!records) return {};
-  return SocketParsers::socketsNotOwnedBy(*records, uid);
+  return socketsNotOwnedBy(*records, uid);
 }
 
 std::vector<RawListeningSocket> listeningSockets(int32_t pid) {
@@ -412,11 +412,7 @@ std::vector<RawListeningSocket> socketsOfProcess(int32_t pid, const SocketTable&
 namespace Libproc {
 
 std::vector<ListeningSocketRecord> listeningSocketRecords() {
-  std::vector<ListeningSocketRecord> records;
-  for (const auto& record : SockDiag::listeners()) {
-    if (record.inode != 0) records.push_back({record.inode, {SocketParsers::present(record), record.uid}});
-  }
-  return records;
+  return SocketParsers::presented(SockDiag::listeners());
 }
 
 std::vector<SocketDescriptor> socketDescriptors(int32_t pid) {

@@ -166,23 +166,20 @@ RawListeningSocket present(const ListenerRecord& record) {
   return socket;
 }
 
-SocketTable makeSocketTable(const std::vector<ListenerRecord>& records) {
-  SocketTable table;
-  table.reserve(records.size());
-  for (const ListenerRecord& record : records) {
-    if (record.inode != 0) table.try_emplace(record.inode, present(record));
-  }
-  return table;
+std::vector<ListeningSocketRecord> presented(const std::vector<ListenerRecord>& records) {
+  std::vector<ListeningSocketRecord> sockets;
+  sockets.reserve(records.size());
+  for (const ListenerRecord& record : records) sockets.push_back({record.inode, {present(record), record.uid}});
+  return sockets;
 }
 
-std::vector<OwnedListeningSocket> socketsNotOwnedBy(const std::vector<ListenerRecord>& records, uint32_t uid) {
-  std::vector<OwnedListeningSocket> sockets;
-  std::unordered_set<uint64_t> seen;
-  for (const ListenerRecord& record : records) {
-    if (record.uid == uid || !seen.insert(record.inode).second) continue;
-    sockets.push_back({present(record), record.uid});
+SocketTable makeSocketTable(const std::vector<ListeningSocketRecord>& records) {
+  SocketTable table;
+  table.reserve(records.size());
+  for (const auto& record : records) {
+    if (record.inode != 0) table.try_emplace(record.inode, record.owned.socket);
   }
-  return sockets;
+  return table;
 }
 
 }  // namespace tidewatch::SocketParsers

@@ -55,11 +55,11 @@ std::vector<ListenerRecord> parseProcNetTCP(std::string_view text, AddressFamily
 // The record as the program shows it, with the address as inet_ntop writes it.
 RawListeningSocket present(const ListenerRecord& record);
 
-// Listening sockets by inode, as one scan sees them.
-using SocketTable = std::unordered_map<uint64_t, RawListeningSocket>;
-SocketTable makeSocketTable(const std::vector<ListenerRecord>& records);
+// Every record presented, with its inode and owner, in record order.
+std::vector<ListeningSocketRecord> presented(const std::vector<ListenerRecord>& records);
 
-// The listeners whose owner is not uid, in record order, each inode once.
-std::vector<OwnedListeningSocket> socketsNotOwnedBy(const std::vector<ListenerRecord>& records, uint32_t uid);
+// Listening sockets by inode, as one scan sees them (a record without an inode names none).
+using SocketTable = std::unordered_map<uint64_t, RawListeningSocket>;
+SocketTable makeSocketTable(const std::vector<ListeningSocketRecord>& records);
 
 }  // namespace tidewatch::SocketParsers

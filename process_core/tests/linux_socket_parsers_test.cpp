@@ -43,9 +43,9 @@ TEST(LinuxSocketParsers, RecordedNetlinkDumpAndProcNetTextAgree) {
   const auto procNet6 = SocketParsers::parseProcNetTCP(capturedText("proc_net_tcp6"), AddressFamily::ipv6);
   procNet.insert(procNet.end(), procNet6.begin(), procNet6.end());
 
-  const auto table = SocketParsers::makeSocketTable(netlink);
+  const auto table = SocketParsers::makeSocketTable(SocketParsers::presented(netlink));
   EXPECT_THAT(table, IsSupersetOf(knownListeners));
-  EXPECT_EQ(table, SocketParsers::makeSocketTable(procNet));
+  EXPECT_EQ(table, SocketParsers::makeSocketTable(SocketParsers::presented(procNet)));
 }
 
 TEST(LinuxSocketParsers, MalformedOrUnfinishedDumps) {
