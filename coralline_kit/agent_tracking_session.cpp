@@ -70,7 +70,7 @@ AgentTrackingSession::LiveSource::LiveSource(AgentScannerDependencies scanner, s
 
 AgentTrackingUpdate AgentTrackingSession::LiveSource::refresh() {
   std::lock_guard lock(mutex_);
-  auto scan = AgentScanner::scanLightweight(scanner_, monitor_.previousSamples, now_());
+  auto scan = AgentScanner::scanLightweight(scanner_, monitor_.previousSamples, now_(), records_);
   monitor_.previousSamples = std::move(scan.nextSamples);
   auto folded = monitor_.tracker.observe(scan.observations);
   return AgentTrackingUpdate{monitor_.tracker.countedRuns(), std::move(folded.finished), scan.scannedAt,

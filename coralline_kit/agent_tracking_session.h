@@ -87,6 +87,7 @@ class AgentTrackingSession {
     AgentScannerDependencies scanner_;
     std::function<Date()> now_;
     AgentMonitor monitor_;
+    AgentDetectionRecords records_;
   };
 
   class AsyncIterator {

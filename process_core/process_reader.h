@@ -65,6 +65,10 @@ std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid, uint32_t myUID);
 // alone cannot decide.
 std::optional<ProcessSnapshot> agentDetectionSnapshot(int32_t pid, uint32_t myUID);
 
+// The process as its stat line alone shows it (identity, short name, parent, kernel thread), in
+// one read by path: enough to tell whether a record kept of it still describes it.
+std::optional<ProcessSnapshot> statSnapshot(int32_t pid);
+
 // The process only if it belongs to myUID and its names make it a candidate agent; argv is read
 // only when the names alone cannot decide.
 std::optional<ProcessSnapshot> agentPresenceSnapshot(int32_t pid, uint32_t myUID);

@@ -14,7 +14,8 @@ AgentScannerDependencies AgentScannerDependencies::live() {
       [] { return static_cast<uint32_t>(::getuid()); },
       [](int32_t pid, uint32_t uid) { return ProcessReader::agentDetectionSnapshot(pid, uid); },
       [](int32_t pid, uint32_t uid, bool includeArgv) { return ProcessReader::enrichedSnapshot(pid, uid, includeArgv); },
-      [](const ProcessSnapshot& snapshot, uint32_t uid) { return ProcessReader::activitySnapshot(snapshot, uid); }};
+      [](const ProcessSnapshot& snapshot, uint32_t uid) { return ProcessReader::activitySnapshot(snapshot, uid); },
+      [](int32_t pid) { return ProcessReader::statSnapshot(pid); }};
 }
 
 }  // namespace tidewatch

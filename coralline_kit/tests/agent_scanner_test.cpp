@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <set>
 
@@ -98,6 +99,103 @@ TEST(AgentScanner, ATreeIsWorkingFromTenPercentOfOneCoreSummedOverItsProcesses) 
     EXPECT_EQ(second.at(20).isWorking, c.rootWorking) << c.rootNanos << " " << c.childNanos;
     EXPECT_EQ(second.at(30).isWorking, c.codexWorking) << c.codexNanos;
     EXPECT_FALSE(second.at(22).isWorking) << "an agent below its root is never working by itself";
+  }
+}
+
+// A process table that changes between looks: each process has a start time, a short name, an
+// executable, argv and a parent, and the world counts the full detection reads.
+struct ChangingWorld {
+  struct Process {
+    uint64_t started;
+    std::string name, executable;
+    std::vector<std::string> argv;
+    int32_t parent;
+  };
+  std::map<int32_t, Process> table = {
+      {10, {1, "gnome-terminal-", "/usr/bin/gnome-terminal-server", {}, 1}},
+      {20, {2, "bash", "/usr/bin/bash", {}, 10}},
+      {21, {3, "claude", "/opt/x/claude", {"claude"}, 20}},
+      {22, {4, "bash", "/usr/bin/bash", {}, 21}},
+      {30, {5, "node", "/usr/bin/node", {"node", "server.js"}, 20}},
+      {40, {6, "vim", "/usr/bin/vim", {}, 20}},
+  };
+  int detectionReads = 0;
+
+  AgentScannerDependencies dependencies() {
+    AgentScannerDependencies d;
+    d.allPIDs = [this] {
+      std::vector<int32_t> pids;
+      for (const auto& [pid, process] : table) pids.push_back(pid);
+      return pids;
+    };
+    d.currentUID = [] { return me; };
+    d.statSnapshot = [this](int32_t pid) -> std::optional<ProcessSnapshot> {
+      const auto found = table.find(pid);
+      if (found == table.end()) return std::nullopt;
+      ProcessSnapshot snapshot;
+      snapshot.identity = {pid, found->second.started, 0};
+      snapshot.name = found->second.name;
+      snapshot.parentPID = found->second.parent;
+      return snapshot;
+    };
+    d.detectionSnapshot = [this, stat = d.statSnapshot](int32_t pid, uint32_t) {
+      ++detectionReads;
+      auto snapshot = stat(pid);
+      if (!snapshot) return snapshot;
+      const auto& process = table.at(pid);
+      snapshot->executablePath = process.executable;
+      if (!process.argv.empty()) snapshot->argv = process.argv;
+      snapshot->uid = me;
+      snapshot->sameUser = true;
+      return snapshot;
+    };
+    d.activitySnapshot = [](const ProcessSnapshot&, uint32_t) { return std::nullopt; };
+    return d;
+  }
+};
+
+TEST(AgentScanner, KeptRecordsGiveWhatAFullReadGivesWithOneStatReadPerUnchangedProcess) {
+  struct Step {
+    const char* change;
+    std::function<void(ChangingWorld&)> apply;
+    std::chrono::seconds at;
+    int detectionReads;
+    bool sameAsFullRead;
+  };
+  const std::vector<Step> steps = {
+      {"the first look reads everything", [](ChangingWorld&) {}, 0s, 6, true},
+      {"nothing changed", [](ChangingWorld&) {}, 5s, 0, true},
+      {"a claude starts in a new terminal tab",
+       [](ChangingWorld& w) { w.table[50] = {7, "claude", "/opt/x/claude", {"claude"}, 10}; }, 10s, 1, true},
+      {"a shell execs codex: the kernel renames it",
+       [](ChangingWorld& w) { w.table[22] = {4, "codex", "/opt/x/codex", {"codex"}, 21}; }, 11s, 1, true},
+      {"the shell under the first claude exits: claude is reparented",
+       [](ChangingWorld& w) {
+         w.table.erase(20);
+         w.table[21].parent = 1;
+       },
+       12s, 0, true},
+      {"a pid comes back as another process",
+       [](ChangingWorld& w) { w.table[40] = {8, "vim", "/usr/bin/vim", {}, 10}; }, 13s, 1, true},
+      {"node execs node running the claude script: same name, told only by a reread",
+       [](ChangingWorld& w) { w.table[30].argv = {"node", "/opt/x/claude"}; }, 14s, 0, false},
+      {"still within the reread interval of the records", [](ChangingWorld&) {}, 29s, 0, false},
+      {"the first records are read again", [](ChangingWorld&) {}, 30s, 3, true},
+      {"and the later ones", [](ChangingWorld&) {}, 43s, 3, true},
+      {"a clock set back rereads everything", [](ChangingWorld&) {}, 20s, 6, true},
+  };
+  ChangingWorld world;
+  AgentDetectionRecords records;
+  const auto d = world.dependencies();
+  for (const auto& step : steps) {
+    step.apply(world);
+    world.detectionReads = 0;
+    const auto kept = AgentScanner::scanLightweight(d, {}, t0 + step.at, records);
+    EXPECT_EQ(world.detectionReads, step.detectionReads) << step.change;
+    EXPECT_EQ(records.size(), world.table.size()) << step.change;
+
+    const auto full = AgentScanner::scanLightweight(d, {}, t0 + step.at);
+    EXPECT_EQ(kept.observations == full.observations, step.sameAsFullRead) << step.change;
   }
 }
 

@@ -197,9 +197,10 @@ struct StatFacts {
   bool kernelThread = false;
 };
 
-std::optional<StatFacts> readStat(int directory, int32_t pid) {
+// `at` and `path` name the stat file: relative to a process directory held open, or absolute.
+std::optional<StatFacts> readStatAt(int at, const char* path, int32_t pid) {
   char buffer[statBufferSize];
-  auto text = ProcFiles::readVirtualFile(directory, "stat", buffer);
+  auto text = ProcFiles::readVirtualFile(at, path, buffer);
   if (!text) return std::nullopt;
   auto fields = ProcParsers::parseStat(*text);
   // A zombie is an exited process: it holds no socket, and an action on it finds nobody.
@@ -212,6 +213,8 @@ std::optional<StatFacts> readStat(int directory, int32_t pid) {
   facts.kernelThread = ProcParsers::isKernelThread(*fields);
   return facts;
 }
+
+std::optional<StatFacts> readStat(int directory, int32_t pid) { return readStatAt(directory, "stat", pid); }
 
 std::optional<uint32_t> readEffectiveUID(int directory) {
   char buffer[statusBufferSize];
@@ -487,6 +490,14 @@ std::optional<ProcessSnapshot> enrichedSnapshot(int32_t pid, uint32_t myUID, boo
 
 std::optional<ProcessSnapshot> detectionSnapshot(int32_t pid, uint32_t myUID) {
   return anyUsersSnapshot(pid, myUID, true);
+}
+
+std::optional<ProcessSnapshot> statSnapshot(int32_t pid) {
+  if (pid <= 0) return std::nullopt;
+  ProcFiles::PathBuffer path;
+  auto stat = readStatAt(AT_FDCWD, ProcFiles::procPath(path, pid, "stat"), pid);
+  if (!stat) return std::nullopt;
+  return ProcessBase{FileDescriptor(), std::move(*stat)}.snapshot();
 }
 
 std::optional<ProcessSnapshot> agentDetectionSnapshot(int32_t pid, uint32_t myUID) {

@@ -115,6 +115,14 @@ TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
             std::pair(parent->startTimeSeconds, parent->startTimeMicroseconds));
   EXPECT_LT(detection->identity.startTimeMicroseconds, 1'000'000u);
 
+  const auto stat = ProcessReader::statSnapshot(child.pid());
+  ASSERT_TRUE(stat.has_value());
+  EXPECT_EQ(stat->identity, detection->identity);
+  EXPECT_EQ(stat->name, oddName);
+  EXPECT_EQ(stat->parentPID, ::getpid());
+  EXPECT_FALSE(stat->uid.has_value()) << "the stat line alone: nothing else is read";
+  EXPECT_FALSE(stat->executablePath.has_value());
+
   const auto enriched = ProcessReader::enrichedSnapshot(child.pid(), me, false);
   ASSERT_TRUE(enriched.has_value());
   EXPECT_EQ(enriched->identity, detection->identity);
@@ -150,6 +158,8 @@ TEST(LinuxProcessReader, LiveSnapshotVariantsOfAChild) {
 
   child.reap();
   EXPECT_NE(Libproc::processIdentity(detection->identity.pid), detection->identity);
+  const auto statAfter = ProcessReader::statSnapshot(detection->identity.pid);
+  EXPECT_TRUE(!statAfter || statAfter->identity != detection->identity);
   EXPECT_EQ(ProcessReader::liveResolveSnapshot(detection->identity.pid), LiveProcessRead{}) << "gone, not unreadable";
   EXPECT_FALSE(ProcessReader::activitySnapshot(*detection, me).has_value());
 }
