@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
 # The tray application's cost, on a private X desktop with the XEmbed tray `trayer`: start to a
 # tray icon, click to a shown panel, resident memory idle in the tray and with the panel open,
-# and the CPU share idle in the tray over a minute. Medians of several starts.
-#   bench/app_session_bench.sh [folder of the tidewatch executable] [starts] [idle seconds]
+# and the CPU share over a minute idle in the tray and with the panel open (its ports rescanned
+# every second). Medians of several starts. With `world` (the default) the whole run has the
+# desktop-sized process table of bench/scan_world.py beside it; `bare` leaves the machine as it is.
+#   bench/app_session_bench.sh [folder of the tidewatch executable] [starts] [idle seconds] [world|bare]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 bin=${1:-$root/build/release/app}
 starts=${2:-5}
 idle_seconds=${3:-60}
+table=${4:-world}
 source "$root/app/gui/tests/desktop_session.sh"
-trap 'kill ${app:-} 2>/dev/null; session_stop' EXIT
+trap 'kill ${app:-} ${world:-} 2>/dev/null; session_stop' EXIT
 
 now_ms() { date +%s%3N; }
 rss_mib() { awk '/VmRSS/ { printf "%.1f", $2 / 1024 }' "/proc/$1/status"; }
@@ -18,6 +21,11 @@ median() { sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] 
 app_pid() { pgrep -n -x tidewatch-app; }
 
 session_start
+if [[ $table == world ]]; then
+  python3 "$root/bench/scan_world.py" --ready-file "$session_dir/world.ready" >/dev/null &
+  world=$!
+  wait_for 30 test -e "$session_dir/world.ready"
+fi
 mkdir -p "$XDG_CONFIG_HOME/tidewatch"
 echo '{"launchAtLoginOfferCompleted": true, "tidewatchOnboardingComplete": true}' >"$XDG_CONFIG_HOME/tidewatch/defaults.json"
 
@@ -64,9 +72,22 @@ sleep "$idle_seconds"
 ticks=$(($(cpu_ticks "$pid") - before))
 hz=$(getconf CLK_TCK)
 
+# A minute with the panel open and left alone.
+read -r ix iy iw ih < <(tray_icon_geometry)
+xdotool mousemove $((ix + iw / 2)) $((iy + ih / 2)) click 1
+wait_for 5 panel_geometry
+sleep 3
+before=$(cpu_ticks "$pid")
+sleep "$idle_seconds"
+open_ticks=$(($(cpu_ticks "$pid") - before))
+panel_geometry >/dev/null || echo "warning: the panel closed during the minute" >&2
+share() { awk -v t="$1" -v hz="$hz" -v s="$idle_seconds" 'BEGIN { printf "%.3f", 100 * t / hz / s }'; }
+
 echo "starts: $starts (software renderer unless QT_QUICK_BACKEND says otherwise)"
 echo "start to tray icon, ms (median):        $(printf '%s\n' "${to_tray[@]}" | median)   [${to_tray[*]}]"
 echo "click to active panel, ms (median):     $(printf '%s\n' "${to_panel[@]}" | median)   [${to_panel[*]}]"
 echo "resident idle in the tray, MiB:         $(printf '%s\n' "${idle_rss[@]}" | median)   [${idle_rss[*]}]"
 echo "resident with the panel open, MiB:      $(printf '%s\n' "${open_rss[@]}" | median)   [${open_rss[*]}]"
-echo "CPU idle in the tray over ${idle_seconds} s:        $ticks ticks = $(awk -v t="$ticks" -v hz="$hz" -v s="$idle_seconds" 'BEGIN { printf "%.3f", 100 * t / hz / s }')% of a core"
+echo "process table: $table ($(ls /proc | grep -c '^[0-9]') processes)"
+echo "CPU idle in the tray over ${idle_seconds} s:        $ticks ticks = $(share "$ticks")% of a core"
+echo "CPU with the panel open over ${idle_seconds} s:     $open_ticks ticks = $(share "$open_ticks")% of a core"
