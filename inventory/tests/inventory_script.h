@@ -47,6 +47,14 @@ inline AgentProcessPresence present(const AgentProcessIdentity& identity,
   return {identity, provider.value_or(identity.kind), std::move(hostApp), std::move(project), at(0)};
 }
 
+// A listener of the process on the port, as a row's identity names it.
+inline ListenerIdentity listenerOn(int32_t pid, int port) {
+  ListenerIdentity identity;
+  identity.process = {pid, 1, 0};
+  identity.port = port;
+  return identity;
+}
+
 inline std::string describe(const AgentSessionID& id) {
   if (const auto* process = std::get_if<AgentProcessIdentity>(&id.value)) {
     return "proc:" + std::to_string(process->process.pid);
