@@ -1,6 +1,7 @@
 // The running application's face on the session bus: a later start calls OpenPanel and leaves;
 // a script may ask which ports the panel lists now ("port process" each), and what the island
-// shows (its disposition, then each shown wing's words), and how the global shortcut stands.
+// shows (its disposition, then each shown wing's words), how the global shortcut stands, and
+// the agent sessions of the inventory (the JSON document `tidewatch agents` prints).
 #pragma once
 
 #include <QObject>
@@ -22,11 +23,13 @@ class BusService : public QObject {
   Q_SCRIPTABLE QStringList ListedPorts() { return listedPorts ? listedPorts() : QStringList(); }
   Q_SCRIPTABLE QStringList IslandState() { return islandState ? islandState() : QStringList(); }
   Q_SCRIPTABLE QStringList ShortcutState() { return shortcutState ? shortcutState() : QStringList(); }
+  Q_SCRIPTABLE QString AgentSessions() { return agentSessions ? agentSessions() : QString(); }
 
  public:
   std::function<QStringList()> listedPorts;
   std::function<QStringList()> islandState;
   std::function<QStringList()> shortcutState;
+  std::function<QString()> agentSessions;
 
  Q_SIGNALS:
   void openPanelRequested();

@@ -111,6 +111,7 @@ int main(int argc, char** argv) {
   service.listedPorts = [&tray] { return tray.listedPorts(); };
   service.islandState = [&tray] { return tray.islandState(); };
   service.shortcutState = [&tray] { return tray.shortcutState(); };
+  service.agentSessions = [&tray] { return tray.agentSessions(); };
   // The session manager's end and every quit come through here.
   QObject::connect(&application, &QCoreApplication::aboutToQuit, &tray, [&tray] { tray.shutDown(); });
   quitOnSignals(&tray);

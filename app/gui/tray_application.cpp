@@ -11,6 +11,7 @@
 #include "app/gui/ewmh_focus.h"
 #include "app/gui/screen_geometry.h"
 #include "app/gui/tray_badge.h"
+#include "inventory/agent_sessions_document.h"
 #include "coralline_kit/notch_placement_resolver.h"
 
 namespace tidewatch {
@@ -247,6 +248,13 @@ QStringList TrayApplication::listedPorts() const {
     listed << model->data(index, port).toString() + QLatin1Char(' ') + model->data(index, process).toString();
   }
   return listed;
+}
+
+QString TrayApplication::agentSessions() const {
+  const auto document = AgentSessionsDocument::encode(delegate_->host().inventory().snapshot(),
+                                                      AgentSessionsDocument::Source::application);
+  // A project name is a directory name, which need not be UTF-8.
+  return QString::fromStdString(document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
 }
 
 void TrayApplication::updateTrayIcon() {

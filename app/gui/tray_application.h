@@ -41,6 +41,8 @@ class TrayApplication : public QObject {
   void togglePanel(bool atPointer);
   // "port process" for each row the panel lists now.
   QStringList listedPorts() const;
+  // The inventory's sessions as the JSON document of `tidewatch agents`.
+  QString agentSessions() const;
   // The island's disposition, then what each shown wing says.
   QStringList islandState() const;
   // The shortcut as it reads, then "registered", "off" or why it could not be.
