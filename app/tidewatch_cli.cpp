@@ -3,10 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <clocale>
 #include <ctime>
 #include <exception>
 
+#include "app/cli_watch.h"
 #include "process_core/pretty_json.h"
 #include "process_core/text.h"
 #include "tidewatch_kit/listener_json.h"
@@ -68,6 +70,8 @@ EntryRoute routeFor(const std::vector<std::string>& arguments) {
   if (!arguments.empty() && arguments.front() == "agent-event") return EntryRoute::relay;
   if (contains(arguments, "scan") || contains(arguments, "--scan")) return EntryRoute::scan;
   if (contains(arguments, "update-gate")) return EntryRoute::updateGate;
+  if (!arguments.empty() && arguments.front() == "stop") return EntryRoute::stop;
+  if (!arguments.empty() && arguments.front() == "agents") return EntryRoute::agents;
   return EntryRoute::application;
 }
 
@@ -179,35 +183,107 @@ std::string tableReport(const ScanResult& result, bool includeHidden,
   return out;
 }
 
+std::variant<ScanOptions, std::string> parseScan(const std::vector<std::string>& arguments) {
+  ScanOptions options;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& argument = arguments[i];
+    if (argument == "--json") {
+      options.json = true;
+    } else if (argument == "--all") {
+      options.includeHidden = true;
+    } else if (argument == "--agents-only") {
+      options.agentsOnly = true;
+    } else if (argument == "--port" || argument.starts_with("--port=")) {
+      const bool joined = argument != "--port";
+      if (!joined && i + 1 == arguments.size()) return std::string("error: --port needs a port (1 to 65535)");
+      const std::string value = joined ? argument.substr(7) : arguments[++i];
+      int port = 0;
+      const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), port);
+      if (error != std::errc() || end != value.data() + value.size() || port < 1 || port > 65535) {
+        return "error: not a port: " + withoutControlCharacters(value) + " (ports are 1 to 65535)";
+      }
+      if (std::find(options.ports.begin(), options.ports.end(), port) == options.ports.end()) {
+        options.ports.push_back(port);
+      }
+    } else if (argument == "--watch" || argument.starts_with("--watch=")) {
+      options.watch = true;
+      const bool joined = argument != "--watch";
+      // The seconds are optional: a following word that is no number is left to the others.
+      std::string value = joined ? argument.substr(8) : (i + 1 < arguments.size() ? arguments[i + 1] : "");
+      double seconds = 0;
+      const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), seconds);
+      const bool number = !value.empty() && error == std::errc() && end == value.data() + value.size();
+      if (number && !joined) ++i;
+      if (joined && !number) return "error: --watch takes seconds: " + withoutControlCharacters(value);
+      if (number) {
+        if (!(seconds >= 0.1 && seconds <= 86400)) {
+          return "error: --watch takes from 0.1 to 86400 seconds, not " + withoutControlCharacters(value);
+        }
+        options.watchInterval = std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000 + 0.5));
+      }
+    }
+  }
+  return options;
+}
+
+ScanResult filtered(ScanResult result, const ScanOptions& options) {
+  const auto portKept = [&](int port) {
+    return options.ports.empty() || std::find(options.ports.begin(), options.ports.end(), port) != options.ports.end();
+  };
+  std::erase_if(result.listeners, [&](const PortListener& listener) {
+    return !portKept(listener.port) || (options.agentsOnly && !listener.agentOrigin);
+  });
+  // Another user's process can't be read, so it is never known to be an agent's.
+  std::erase_if(result.otherUserListeners, [&](const OtherUserListener& listener) {
+    return !portKept(listener.port) || options.agentsOnly;
+  });
+  return result;
+}
+
+std::optional<std::string> report(const ScanResult& result, const ScanOptions& options,
+                                  const std::function<std::string(Date)>& localTime) {
+  const ScanResult shown = filtered(result, options);
+  if (options.json) return jsonReport(shown, options.includeHidden);
+  return tableReport(shown, options.includeHidden, localTime);
+}
+
 int32_t run(const std::vector<std::string>& arguments, const std::function<ScanResult()>& scan,
             const Output& output, const std::function<std::string(Date)>& localTime) {
-  const bool json = contains(arguments, "--json");
-  const bool includeHidden = contains(arguments, "--all");
+  const auto parsed = parseScan(arguments);
+  if (const auto* error = std::get_if<std::string>(&parsed)) {
+    output.standardError(*error);
+    return 1;
+  }
+  const auto& options = std::get<ScanOptions>(parsed);
   ScanResult result;
   try {
     result = scan();
   } catch (const ScanError&) {
-    output.standardError(std::string("error: process enumeration unavailable ") + std::string(emDash) +
-                         " proc_listpids returned 0. This build must run unsandboxed (ADR-0015).");
+    output.standardError(enumerationUnavailableMessage());
     return 1;
   } catch (const std::exception& error) {
     output.standardError(std::string("error: ") + error.what());
     return 1;
   }
-  if (json) {
-    auto report = jsonReport(result, includeHidden);
-    if (!report) {
-      output.standardError("error: failed to encode scan report as JSON");
-      return 1;
-    }
-    output.standardOutput(*report);
-    return 0;
+  const auto text = report(result, options, localTime);
+  if (!text) {
+    output.standardError("error: failed to encode scan report as JSON");
+    return 1;
   }
-  output.standardOutput(tableReport(result, includeHidden, localTime));
+  output.standardOutput(*text);
   return 0;
 }
 
+std::string enumerationUnavailableMessage() {
+  return std::string("error: process enumeration unavailable ") + std::string(emDash) +
+         " proc_listpids returned 0. This build must run unsandboxed (ADR-0015).";
+}
+
 int32_t run(const std::vector<std::string>& arguments) {
+  const auto parsed = parseScan(arguments);
+  if (const auto* options = std::get_if<ScanOptions>(&parsed); options && options->watch) {
+    return runWatch(*options, WatchDependencies::live());
+  }
   return run(
       arguments, [] { return PortEngine().scan(true); }, Output::live(), localMediumTime);
 }

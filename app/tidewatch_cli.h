@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <chrono>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "process_core/defaults_store.h"
@@ -13,10 +15,11 @@
 
 namespace tidewatch {
 
-enum class EntryRoute { relay, scan, updateGate, application };
+enum class EntryRoute { relay, scan, updateGate, stop, agents, application };
 
 // First match wins: "agent-event" in first place, then "scan" or "--scan" anywhere, then
-// "update-gate" anywhere, otherwise the application.
+// "update-gate" anywhere, then "stop" or "agents" in first place, otherwise the application.
+// The later words come last so that no command line changes its meaning.
 EntryRoute routeFor(const std::vector<std::string>& arguments);
 
 namespace TidewatchCLI {
@@ -27,10 +30,36 @@ struct Output {
   static Output live();
 };
 
-// Runs one scan and prints the report; the arguments still hold the scan word. Exit code.
+// What the scan word's options ask for. Words it does not know are ignored, as they always were.
+struct ScanOptions {
+  bool json = false;
+  bool includeHidden = false;  // --all
+  std::vector<int> ports;      // --port N, repeatable: only these ports
+  bool agentsOnly = false;     // only listeners started by a coding agent
+  bool watch = false;          // redraw until interrupted
+  std::optional<std::chrono::milliseconds> watchInterval;  // --watch SECONDS; else the panel's cadence
+
+  friend bool operator==(const ScanOptions&, const ScanOptions&) = default;
+};
+
+// The options of a command line that holds the scan word; the error line when they are off.
+std::variant<ScanOptions, std::string> parseScan(const std::vector<std::string>& arguments);
+
+// The result with only the listeners the options keep (counts follow the rows kept).
+ScanResult filtered(ScanResult result, const ScanOptions& options);
+
+// Runs one scan and prints the report; the arguments still hold the scan word. Exit code. With
+// --watch the live form redraws until interrupted (see cli_watch.h).
 int32_t run(const std::vector<std::string>& arguments);
 int32_t run(const std::vector<std::string>& arguments, const std::function<ScanResult()>& scan,
             const Output& output, const std::function<std::string(Date)>& localTime);
+
+// "error: process enumeration unavailable ...", the words of an empty process table.
+std::string enumerationUnavailableMessage();
+
+// The report of one result in the form the options choose; absent when the JSON cannot be encoded.
+std::optional<std::string> report(const ScanResult& result, const ScanOptions& options,
+                                  const std::function<std::string(Date)>& localTime);
 
 // The rows a report shows, in report order: visible, then hidden with includeHidden, sorted.
 std::vector<PortListener> reportRows(const ScanResult& result, bool includeHidden);

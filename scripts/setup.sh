@@ -8,6 +8,8 @@ cd "$(dirname "$0")/.."
 run_packages=(
   cmake ninja-build g++ pkg-config
   nlohmann-json3-dev libutf8proc-dev
+  # sd-bus's header: `tidewatch agents` asks the running application over the session bus.
+  libsystemd-dev
   # The application: Qt 6 Widgets (the tray), Quick (the panel), DBus, Svg, and the QML modules
   # the panel loads at run time; its fonts.
   qt6-base-dev qt6-base-dev-tools qt6-declarative-dev qt6-declarative-dev-tools qt6-qmllint-plugins
@@ -20,7 +22,9 @@ run_packages=(
 test_packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev
-  iproute2 lsof procps hyperfine time python3
+  iproute2 lsof procps psmisc hyperfine time python3
+  # The shells whose completions are tested.
+  zsh fish
   # The desktop files' validators.
   desktop-file-utils appstream qml6-module-qttest
   # The application's tests and screenshots: a private X server, window manager, XEmbed tray,

@@ -1,4 +1,4 @@
-// The one command: the hook relay, the scan report, the update-gate report, or the application.
+// The one command: the hook relay, the reports (scan, agents, update-gate), stop, or the application.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "app/application_launch.h"
+#include "app/cli_agents.h"
+#include "app/cli_stop.h"
 #include "app/tidewatch_cli.h"
 #include "hooks/agent_hook_relay.h"
 
@@ -63,6 +65,10 @@ int main(int argc, char** argv) {
       std::exit(tidewatch::TidewatchCLI::run(arguments));
     case EntryRoute::updateGate:
       std::exit(tidewatch::TidewatchCLI::runUpdateGate());
+    case EntryRoute::stop:
+      std::exit(tidewatch::TidewatchCLI::runStop(arguments));
+    case EntryRoute::agents:
+      std::exit(tidewatch::TidewatchCLI::runAgents(arguments));
     case EntryRoute::application:
       return startApplication(arguments);
   }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <sstream>
 
 #include "process_core/tests/support/temporary_directory.h"
 #include "process_core/text.h"
@@ -27,6 +28,12 @@ TEST(EntryRouting, FirstMatchWins) {
       {{"update-gate", "scan"}, EntryRoute::scan},
       {{"Scan"}, EntryRoute::application},
       {{"whatever", "update-gate"}, EntryRoute::updateGate},
+      {{"stop", "3000"}, EntryRoute::stop},
+      {{"stop", "3000", "scan"}, EntryRoute::scan},
+      {{"agents", "update-gate"}, EntryRoute::updateGate},
+      {{"3000", "stop"}, EntryRoute::application},
+      {{"agents", "--json"}, EntryRoute::agents},
+      {{"--json", "agents"}, EntryRoute::application},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(routeFor(c.arguments), c.route) << ::testing::PrintToString(c.arguments);
@@ -274,6 +281,79 @@ TEST(UpdateGate, ReadsTwoFlagsFromTheDefaultsStore) {
   std::ofstream(store.path()) << "not json";
   EXPECT_EQ(TidewatchCLI::updateGateReport(store),
             "automaticChecks: disabled\ntidewatchOnboardingComplete: false\nonboardingReady: false\n");
+}
+
+TEST(ScanOptions, FiltersAndTheWatchAreReadWhereverTheyStand) {
+  using TidewatchCLI::ScanOptions;
+  using std::chrono::milliseconds;
+  struct Case {
+    std::vector<std::string> arguments;
+    std::variant<ScanOptions, std::string> parsed;
+  };
+  const Case cases[] = {
+      {{"scan"}, ScanOptions{}},
+      {{"--all", "scan", "--json", "--unknown"}, ScanOptions{true, true, {}, false, false, std::nullopt}},
+      {{"scan", "--port", "3000", "--port=5173", "--port", "3000"}, ScanOptions{false, false, {3000, 5173}, false, false, std::nullopt}},
+      {{"scan", "--agents-only"}, ScanOptions{false, false, {}, true, false, std::nullopt}},
+      {{"scan", "--watch"}, ScanOptions{false, false, {}, false, true, std::nullopt}},
+      {{"scan", "--watch", "--json"}, ScanOptions{true, false, {}, false, true, std::nullopt}},
+      {{"scan", "--watch", "2"}, ScanOptions{false, false, {}, false, true, milliseconds(2000)}},
+      {{"scan", "--watch=0.25"}, ScanOptions{false, false, {}, false, true, milliseconds(250)}},
+      {{"scan", "--port"}, std::string("error: --port needs a port (1 to 65535)")},
+      {{"scan", "--port", "--json"}, std::string("error: not a port: --json (ports are 1 to 65535)")},
+      {{"scan", "--port=70000"}, std::string("error: not a port: 70000 (ports are 1 to 65535)")},
+      {{"scan", "--watch", "0"}, std::string("error: --watch takes from 0.1 to 86400 seconds, not 0")},
+      {{"scan", "--watch=soon"}, std::string("error: --watch takes seconds: soon")},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(TidewatchCLI::parseScan(c.arguments), c.parsed) << ::testing::PrintToString(c.arguments);
+  }
+}
+
+TEST(ScanOptions, PortsAndAgentsOnlyKeepTheirRowsWithTheSameWordsAndColumns) {
+  ScanResult result = sampleResult();
+  PortListener agentServer = Row(4400, 3000).path("/usr/bin/node").agent(AgentKind::claude);
+  result.listeners.push_back(agentServer);
+  result.otherUserListeners = {{5432, AddressFamily::ipv4, "127.0.0.1", 105, "postgres"}};
+  const auto scanned = [&] { return result; };
+  struct Case {
+    std::vector<std::string> arguments;
+    std::vector<std::string> rowStarts;  // the table's rows by their first columns
+    bool otherUsersLine;
+  };
+  const Case cases[] = {
+      {{"scan", "--port", "5173"}, {"5173   TCP   node"}, false},
+      {{"scan", "--port", "5173", "--port", "3000"}, {"3000   TCP   node", "5173   TCP   node"}, false},
+      {{"scan", "--port", "53", "--all"}, {"53     TCP   syst"}, false},
+      {{"scan", "--port", "5432", "--all"}, {}, true},
+      {{"scan", "--agents-only", "--all"}, {"3000   TCP   node"}, false},
+      {{"scan", "--port", "9"}, {}, false},
+  };
+  for (const auto& c : cases) {
+    std::string out, err;
+    const TidewatchCLI::Output output{[&](const std::string& text) { out += text; },
+                                      [&](const std::string& line) { err += line + "\n"; }};
+    EXPECT_EQ(TidewatchCLI::run(c.arguments, scanned, output, fixedTime), 0);
+    std::vector<std::string> rows;
+    std::istringstream lines(out);
+    for (std::string line; std::getline(lines, line);) {
+      if (!line.empty() && std::isdigit(static_cast<unsigned char>(line[0]))) rows.push_back(line.substr(0, 17));
+    }
+    EXPECT_EQ(rows, c.rowStarts) << ::testing::PrintToString(c.arguments);
+    EXPECT_EQ(out.find("Held by other users: 5432 (postgres)") != std::string::npos, c.otherUsersLine);
+    if (c.rowStarts.empty()) {
+      EXPECT_NE(out.find("No local listeners."), std::string::npos);
+    }
+  }
+
+  std::string json;
+  const TidewatchCLI::Output toJSON{[&](const std::string& text) { json += text; }, [](const std::string&) {}};
+  EXPECT_EQ(TidewatchCLI::run({"scan", "--json", "--agents-only"}, scanned, toJSON, fixedTime), 0);
+  const auto report = nlohmann::json::parse(json);
+  ASSERT_EQ(report["listeners"].size(), 1u);
+  EXPECT_EQ(report["listeners"][0]["port"], 3000);
+  EXPECT_EQ(report["visibleCount"], 1);
+  EXPECT_TRUE(report["otherUserListeners"].empty());
 }
 
 }  // namespace

@@ -57,6 +57,8 @@ free_port() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",
 # --- with a tray --------------------------------------------------------------------------
 session_start || exit 1
 onboarded
+check "without the application, agents answers from the process table" \
+  bash -c "'$front' agents | grep -q 'from the process table'"
 "$front" >"$session_dir/app.log" 2>&1 &
 app=$!
 check "the tray icon appears" wait_for 10 tray_icon_geometry
@@ -198,6 +200,15 @@ else
   agent=$!
   check "a hook session from below claude raises the island" wait_for 10 island_window
   check "counting one Claude Code session" wait_for 5 island_says "island|1 Claude Code session"
+  # The terminal asks the running application over the session bus: the hook's state comes along.
+  hook_session_at_work() {
+    "$front" agents --json | python3 -c 'import json, sys
+d = json.load(sys.stdin)
+sys.exit(d["source"] != "application" or not any(
+    s["provider"] == "Claude Code" and s["state"] == "working" for s in d["sessions"]))'
+  }
+  check "tidewatch agents tells the hook session at work, from the application" hook_session_at_work
+  check "and its table says Working" bash -c "'$front' agents | grep -q '^Working  *Claude Code'"
   read -r gx gy gw gh < <(xwininfo -id "$(island_window)" | awk '/Absolute upper-left X/ {x=$NF}
     /Absolute upper-left Y/ {y=$NF} /Width:/ {w=$NF} /Height:/ {h=$NF} END {print x, y, w, h}')
   # 1920 wide: the 48-point notch at 936, a 58-point wing either side of it, 32 high at the top.

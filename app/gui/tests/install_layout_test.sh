@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# `cmake --install` into a scratch prefix puts every file where the desktop looks for it, and the
-# installed front executable hands over to the installed application.
+# `cmake --install` into a scratch prefix puts every file where the desktop and the shells look for
+# it, and the installed front executable hands over to the installed application.
 #   install_layout_test.sh <build folder>
 set -uo pipefail
 build=$1
@@ -11,7 +11,8 @@ cmake --install "$build" --prefix "$prefix" >/dev/null || { echo "FAIL: cmake --
 failures=0
 for file in bin/tidewatch libexec/tidewatch/tidewatch-app share/applications/com.tidewatch.app.desktop \
   share/metainfo/com.tidewatch.app.metainfo.xml share/icons/hicolor/scalable/apps/com.tidewatch.app.svg \
-  share/icons/hicolor/symbolic/apps/com.tidewatch.app-symbolic.svg; do
+  share/icons/hicolor/symbolic/apps/com.tidewatch.app-symbolic.svg share/bash-completion/completions/tidewatch \
+  share/zsh/site-functions/_tidewatch share/fish/vendor_completions.d/tidewatch.fish; do
   if [[ -s $prefix/$file ]]; then echo "ok: $file"; else echo "FAIL: $file is missing" >&2; failures=$((failures + 1)); fi
 done
 [[ -x $prefix/libexec/tidewatch/tidewatch-app ]] || { echo "FAIL: tidewatch-app is not executable" >&2; failures=$((failures + 1)); }
