@@ -131,13 +131,12 @@ int32_t runStop(const std::vector<std::string>& arguments, const StopDependencie
     return 1;
   }
   const auto& options = std::get<StopOptions>(parsed);
-  ScanResult result;
-  try {
-    result = dependencies.scan();
-  } catch (const std::exception& error) {
-    output.standardError(std::string("error: ") + error.what());
+  const auto scan = scanned(dependencies.scan);
+  if (const auto* error = std::get_if<std::string>(&scan)) {
+    output.standardError(*error);
     return 1;
   }
+  const auto& result = std::get<ScanResult>(scan);
   const StopActions actions = dependencies.actions(options.dryRun);
   // Every row on a port is named and judged on its own: two processes may hold one port (IPv4
   // and IPv6), and stopping one of them alone would leave the port taken.
@@ -145,12 +144,26 @@ int32_t runStop(const std::vector<std::string>& arguments, const StopDependencie
   bool allStopped = true;
   for (const int port : options.ports) {
     const std::string where = "port " + std::to_string(port);
-    bool any = false;
+    // A pool's supervisor that holds the port itself is a row of its own, taken first: once it
+    // is signalled it stops its workers, so their pool is not refused for want of --pool.
+    std::vector<const PortListener*> onPort;
     for (const auto& row : rows) {
-      if (row.port != port) continue;
-      any = true;
-      const auto outcome = stopRow(row, options, actions, dependencies.context);
-      const std::string line = where + " " + std::string(middleDot) + " " + rowLabel(row) + ": " + outcome.words;
+      if (row.port == port && !row.isWorkerPool()) onPort.push_back(&row);
+    }
+    for (const auto& row : rows) {
+      if (row.port == port && row.isWorkerPool()) onPort.push_back(&row);
+    }
+    std::set<ProcessIdentity> signalled;
+    for (const PortListener* row : onPort) {
+      Verdict outcome;
+      if (row->isWorkerPool() && row->parentIdentity && signalled.contains(*row->parentIdentity)) {
+        const std::string supervisor = "its supervisor (PID " + std::to_string(row->parentIdentity->pid) + ") above";
+        outcome = {true, options.dryRun ? "would stop with " + supervisor + "." : "stops with " + supervisor + "."};
+      } else {
+        outcome = stopRow(*row, options, actions, dependencies.context);
+      }
+      if (outcome.success) signalled.insert(row->process.identity);
+      const std::string line = where + " " + std::string(middleDot) + " " + rowLabel(*row) + ": " + outcome.words;
       if (outcome.success) {
         output.standardOutput(line + "\n");
       } else {
@@ -158,6 +171,7 @@ int32_t runStop(const std::vector<std::string>& arguments, const StopDependencie
         output.standardError("error: " + line);
       }
     }
+    bool any = !onPort.empty();
     std::set<std::string> users;
     for (const auto& other : result.otherUserListeners) {
       if (other.port != port || !users.insert(other.userName).second) continue;

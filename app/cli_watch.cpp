@@ -74,17 +74,13 @@ int32_t runWatch(const ScanOptions& options, const WatchDependencies& dependenci
   const bool terminal = dependencies.terminalSize().has_value();
   if (terminal) dependencies.output.standardOutput(std::string(enterScreen));
   for (;;) {
-    ScanResult result;
+    const auto result = scanned(dependencies.scan);
     std::optional<std::string> text;
     std::string failure;
-    try {
-      result = dependencies.scan();
-      text = report(result, options, dependencies.localTime);
-      if (!text) failure = "error: failed to encode scan report as JSON";
-    } catch (const ScanError&) {
-      failure = enumerationUnavailableMessage();
-    } catch (const std::exception& error) {
-      failure = std::string("error: ") + error.what();
+    if (const auto* error = std::get_if<std::string>(&result)) {
+      failure = *error;
+    } else if (!(text = report(std::get<ScanResult>(result), options, dependencies.localTime))) {
+      failure = "error: failed to encode scan report as JSON";
     }
     if (!failure.empty()) {
       if (terminal) dependencies.output.standardOutput(std::string(leaveScreen));

@@ -255,17 +255,12 @@ int32_t run(const std::vector<std::string>& arguments, const std::function<ScanR
     return 1;
   }
   const auto& options = std::get<ScanOptions>(parsed);
-  ScanResult result;
-  try {
-    result = scan();
-  } catch (const ScanError&) {
-    output.standardError(enumerationUnavailableMessage());
-    return 1;
-  } catch (const std::exception& error) {
-    output.standardError(std::string("error: ") + error.what());
+  const auto result = scanned(scan);
+  if (const auto* error = std::get_if<std::string>(&result)) {
+    output.standardError(*error);
     return 1;
   }
-  const auto text = report(result, options, localTime);
+  const auto text = report(std::get<ScanResult>(result), options, localTime);
   if (!text) {
     output.standardError("error: failed to encode scan report as JSON");
     return 1;
@@ -274,9 +269,15 @@ int32_t run(const std::vector<std::string>& arguments, const std::function<ScanR
   return 0;
 }
 
-std::string enumerationUnavailableMessage() {
-  return std::string("error: process enumeration unavailable ") + std::string(emDash) +
-         " proc_listpids returned 0. This build must run unsandboxed (ADR-0015).";
+std::variant<ScanResult, std::string> scanned(const std::function<ScanResult()>& scan) {
+  try {
+    return scan();
+  } catch (const ScanError&) {
+    return std::string("error: process enumeration unavailable ") + std::string(emDash) +
+           " proc_listpids returned 0. This build must run unsandboxed (ADR-0015).";
+  } catch (const std::exception& error) {
+    return std::string("error: ") + error.what();
+  }
 }
 
 int32_t run(const std::vector<std::string>& arguments) {

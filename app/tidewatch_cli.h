@@ -54,8 +54,8 @@ int32_t run(const std::vector<std::string>& arguments);
 int32_t run(const std::vector<std::string>& arguments, const std::function<ScanResult()>& scan,
             const Output& output, const std::function<std::string(Date)>& localTime);
 
-// "error: process enumeration unavailable ...", the words of an empty process table.
-std::string enumerationUnavailableMessage();
+// One scan, or the error line that tells why it failed (an empty process table has its own words).
+std::variant<ScanResult, std::string> scanned(const std::function<ScanResult()>& scan);
 
 // The report of one result in the form the options choose; absent when the JSON cannot be encoded.
 std::optional<std::string> report(const ScanResult& result, const ScanOptions& options,

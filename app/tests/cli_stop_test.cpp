@@ -34,6 +34,9 @@ ScanResult world() {
                .path("/usr/bin/node")
                .bound({{"::", AddressFamily::ipv6, 3004}})
                .classified(Runtime::node, std::nullopt, "Node.js")),
+      // A supervisor that holds the port itself beside its pool, as gunicorn's arbiter does.
+      mine(Row(900, 3005).path("/home/dev/.venv/bin/gunicorn")),
+      mine(Row(2300, 3005).path("/home/dev/.venv/bin/gunicorn").pool(3)),
   };
   result.otherUserListeners = {{5432, AddressFamily::ipv4, "127.0.0.1", 105, "postgres"},
                                {5432, AddressFamily::ipv6, "::1", 105, "postgres"}};
@@ -131,6 +134,17 @@ TEST(StopCommand, EachRowOnEachPortGoesThroughTheGuardsAndIsNamedWithItsOutcome)
        {"kill 5001", "kill 5000"},
        "port 3004 \xC2\xB7 node (PID 5001): Sent SIGTERM.\nport 3004 \xC2\xB7 python3 (PID 5000): Sent SIGTERM.\n", "",
        0},
+      {"a supervisor on the port takes its pool with it", {"stop", "3005"}, none, {"kill 900"},
+       "port 3005 \xC2\xB7 gunicorn (PID 900): Sent SIGTERM.\n"
+       "port 3005 \xC2\xB7 gunicorn \xC3\x97" "3 (PID 2300): stops with its supervisor (PID 900) above.\n",
+       "", 0},
+      {"a supervisor that could not be signalled leaves its pool to --pool", {"stop", "3005"},
+       as([](FakeActions& a) { a.kill = {KillOutcome::IdentityChanged{}}; }), {"kill 900"}, "",
+       "error: port 3005 \xC2\xB7 gunicorn (PID 900): That PID now belongs to a different process \xE2\x80\x94 nothing "
+       "was signaled.\n"
+       "error: port 3005 \xC2\xB7 gunicorn \xC3\x97" "3 (PID 2300): a worker pool of 3 processes serves this port: add "
+       "--pool to stop it as one.\n",
+       1},
       {"another user's database, named once", {"stop", "5432"}, none, {}, "",
        "error: port 5432 \xC2\xB7 held by user postgres: " + owner + "\n", 1},
       {"nothing listens", {"stop", "9999"}, none, {}, "", "error: port 9999: nothing is listening on it.\n", 1},
