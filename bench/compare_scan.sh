@@ -5,22 +5,10 @@
 # Set WORLD=0 to measure the machine as it is instead of the generated table.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-tidewatch=${1:-}
-if [[ -z $tidewatch ]]; then
-  cmake --preset release >/dev/null
-  cmake --build --preset release --target tidewatch >/dev/null
-  tidewatch=build/release/app/tidewatch
-fi
-
-if [[ ${WORLD:-1} != 0 ]]; then
-  ready=$(mktemp)
-  rm -f "$ready"
-  python3 bench/scan_world.py --ready-file "$ready" &
-  world=$!
-  trap 'kill -TERM $world 2>/dev/null; wait $world 2>/dev/null || true' EXIT
-  for _ in $(seq 200); do [[ -s $ready ]] && break; sleep 0.1; done
-  rm -f "$ready"
-fi
+source bench/whole_process.sh
+tidewatch=$(tidewatch_executable "${1:-}")
+trap '[[ -z ${world:-} ]] || { kill -TERM $world 2>/dev/null; wait $world 2>/dev/null || true; }' EXIT
+start_world
 
 processes=$(ls /proc | grep -c '^[0-9]')
 descriptors=$(ls /proc/[0-9]*/fd 2>/dev/null | grep -c '^[0-9]' || true)

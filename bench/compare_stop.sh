@@ -5,12 +5,8 @@
 # Set WORLD=0 to measure the machine as it is instead of the generated table.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-tidewatch=${1:-}
-if [[ -z $tidewatch ]]; then
-  cmake --preset release >/dev/null
-  cmake --build --preset release --target tidewatch >/dev/null
-  tidewatch=build/release/app/tidewatch
-fi
+source bench/whole_process.sh
+tidewatch=$(tidewatch_executable "${1:-}")
 command -v fuser >/dev/null || { echo "compare_stop: fuser is missing (Debian package psmisc)" >&2; exit 1; }
 
 work=$(mktemp -d /tmp/tidewatch-stop-bench.XXXXXX)
@@ -21,12 +17,7 @@ stop_all() {
 }
 trap stop_all EXIT
 
-if [[ ${WORLD:-1} != 0 ]]; then
-  ready=$work/world-ready
-  python3 bench/scan_world.py --ready-file "$ready" &
-  world=$!
-  for _ in $(seq 200); do [[ -s $ready ]] && break; sleep 0.1; done
-fi
+start_world
 
 # The keeper starts one listener per request and answers once it listens. It is the listeners'
 # parent and reaps them, so the runs leave no zombies behind on a machine whose init doesn't, and
