@@ -24,12 +24,12 @@ complete -c tidewatch -n __fish_use_subcommand -l version -d 'Print the version 
 complete -c tidewatch -n '__fish_seen_subcommand_from scan; and not __fish_contains_opt json' -l json -d 'Print the report as JSON'
 complete -c tidewatch -n '__fish_seen_subcommand_from scan; and not __fish_contains_opt all' -l all -d 'Also the hidden system and background listeners'
 complete -c tidewatch -n '__fish_seen_subcommand_from scan' -l port -x -a '(__tidewatch_ports)' -d 'Only this port'
-complete -c tidewatch -n '__fish_seen_subcommand_from scan; and not __fish_contains_opt agents-only' -l agents-only -d 'Only the coding agents'
-complete -c tidewatch -n '__fish_seen_subcommand_from scan; and not __fish_contains_opt watch' -l watch -d 'Scan again every few seconds'
+complete -c tidewatch -n '__fish_seen_subcommand_from scan; and not __fish_contains_opt agents-only' -l agents-only -d 'Only the listeners that coding agents started'
+complete -c tidewatch -n '__fish_seen_subcommand_from scan; and not __fish_contains_opt watch' -l watch -d 'Redraw in place until Ctrl+C, every SECONDS if given'
 
 complete -c tidewatch -n '__fish_seen_subcommand_from stop' -a '(__tidewatch_ports)'
-complete -c tidewatch -n '__fish_seen_subcommand_from stop; and not __fish_contains_opt force' -l force -d 'Kill at once (SIGKILL)'
-complete -c tidewatch -n '__fish_seen_subcommand_from stop; and not __fish_contains_opt pool' -l pool -d 'Stop the whole worker pool'
-complete -c tidewatch -n '__fish_seen_subcommand_from stop; and not __fish_contains_opt dry-run' -l dry-run -d 'Tell what would be stopped, stop nothing'
+complete -c tidewatch -n '__fish_seen_subcommand_from stop; and not __fish_contains_opt force' -l force -d 'SIGKILL instead of SIGTERM'
+complete -c tidewatch -n '__fish_seen_subcommand_from stop; and not __fish_contains_opt pool' -l pool -d 'Stop a worker pool as one'
+complete -c tidewatch -n '__fish_seen_subcommand_from stop; and not __fish_contains_opt dry-run' -l dry-run -d 'Say what would be stopped and why, signal nothing'
 
 complete -c tidewatch -n '__fish_seen_subcommand_from agents; and not __fish_contains_opt json' -l json -d 'Print the agents as JSON'
