@@ -7,6 +7,7 @@
 #include "app/session_bus.h"
 #include "inventory/agent_inventory_reducer.h"
 #include "process_core/pretty_json.h"
+#include "process_core/process_json.h"
 #include "process_core/text.h"
 #include "tidewatch_kit/port_engine.h"
 
@@ -21,8 +22,7 @@ constexpr std::string_view rule = "\xE2\x94\x80";
 std::string sinceText(std::optional<Date> since, Date now, const std::function<std::string(Date)>& localTime) {
   if (!since) return "";
   if (now - *since < std::chrono::hours(20)) return localTime(*since);
-  const std::time_t t = std::chrono::system_clock::to_time_t(
-      std::chrono::time_point_cast<std::chrono::system_clock::duration>(*since));
+  const std::time_t t = secondsSinceEpoch(*since);
   std::tm local{};
   localtime_r(&t, &local);
   char buffer[32];

@@ -10,6 +10,7 @@
 
 #include "app/cli_watch.h"
 #include "process_core/pretty_json.h"
+#include "process_core/process_json.h"
 #include "process_core/text.h"
 #include "tidewatch_kit/listener_json.h"
 #include "tidewatch_kit/listener_sorter.h"
@@ -118,8 +119,7 @@ std::string padded(const std::string& text, size_t width) {
 std::string localMediumTime(Date date) {
   static const bool localeSet = [] { return std::setlocale(LC_TIME, "") != nullptr; }();
   (void)localeSet;
-  const std::time_t t = std::chrono::system_clock::to_time_t(
-      std::chrono::time_point_cast<std::chrono::system_clock::duration>(date));
+  const std::time_t t = secondsSinceEpoch(date);
   std::tm local{};
   localtime_r(&t, &local);
   char buffer[64];

@@ -5,13 +5,18 @@
 
 namespace tidewatch {
 
+std::time_t secondsSinceEpoch(Date date) {
+  return static_cast<std::time_t>(std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count());
+}
+
 std::string iso8601(Date date) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(date);
-  const std::time_t t = std::chrono::system_clock::to_time_t(seconds);
+  const std::time_t t = secondsSinceEpoch(date);
   std::tm utc{};
   gmtime_r(&t, &utc);
-  char buffer[32];
-  std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", &utc);
+  // strftime's %Y leaves years before 1000 unpadded.
+  char buffer[48];
+  std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02dZ", utc.tm_year + 1900, utc.tm_mon + 1,
+                utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec);
   return buffer;
 }
 
@@ -28,7 +33,7 @@ std::optional<Date> dateFromISO8601(std::string_view text) {
   utc.tm_year -= 1900;
   utc.tm_mon -= 1;
   const std::time_t t = timegm(&utc);
-  return std::chrono::time_point_cast<std::chrono::microseconds>(std::chrono::system_clock::from_time_t(t));
+  return Date(std::chrono::seconds(t));
 }
 
 void throwUnknownRawValue(const nlohmann::json& j, const char* typeName) {

@@ -1,11 +1,17 @@
 // JSON forms of the process records: keys are the field names, absent optionals left out.
 #pragma once
 
+#include <ctime>
+
 #include <nlohmann/json.hpp>
 
 #include "process_core/process_records.h"
 
 namespace tidewatch {
+
+// The whole seconds since the epoch, for the C library's time functions. The system clock's own
+// conversion passes through nanoseconds, which overflow for dates such as the distant past.
+std::time_t secondsSinceEpoch(Date date);
 
 // "2026-11-22T19:28:00Z": UTC, whole seconds.
 std::string iso8601(Date date);

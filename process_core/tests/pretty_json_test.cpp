@@ -81,6 +81,9 @@ TEST(ISO8601, WholeSecondsInUTCBothWays) {
   EXPECT_EQ(dateFromISO8601("2026-11-22T19:28:00Z"), Date(std::chrono::seconds(1795375680)));
   EXPECT_EQ(dateFromISO8601("2026-11-22 19:28:00Z"), std::nullopt);
   EXPECT_EQ(dateFromISO8601("2026-11-22T19:28:00+01"), std::nullopt);
+  // The distant past that an empty inventory is captured at, both ways.
+  EXPECT_EQ(iso8601(Date(std::chrono::seconds(-62135596800))), "0001-01-01T00:00:00Z");
+  EXPECT_EQ(dateFromISO8601("0001-01-01T00:00:00Z"), Date(std::chrono::seconds(-62135596800)));
 }
 
 TEST(ProcessJSON, SnapshotRoundTripLeavesAbsentFieldsOut) {
