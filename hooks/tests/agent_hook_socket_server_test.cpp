@@ -154,6 +154,9 @@ class LiveServer : public ::testing::Test {
     return fd;
   }
   void advance(int64_t milliseconds) {
+    // The server's turn in flight ends first: a refusal counted but not yet rested would
+    // otherwise take its rest from the advanced clock.
+    server_->sync([] {});
     clock_ += milliseconds;
     server_->sync([] {});  // limits that fell due have run
   }
