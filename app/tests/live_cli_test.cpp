@@ -1,6 +1,8 @@
 // The terminal commands against real processes that the test starts, through the real executable.
 #include <sys/wait.h>
 
+#include <algorithm>
+
 #include "app/tests/support/live_process_tree.h"
 
 namespace tidewatch {
@@ -13,9 +15,14 @@ class LiveCommands : public testing::LiveProcessTree {
     std::string out, err;
   };
 
-  Run tidewatch(const std::string& words) {
+  static std::string program() { return std::string(TIDEWATCH_BINARY_DIR) + "/app/tidewatch"; }
+
+  Run tidewatch(const std::string& words) { return shell(program() + " " + words); }
+
+  // A command line of sh, its standard error apart.
+  Run shell(const std::string& line) {
     const std::filesystem::path err = root / "stderr";
-    const std::string command = std::string(TIDEWATCH_BINARY_DIR) + "/app/tidewatch " + words + " 2>" + err.string();
+    const std::string command = "(" + line + ") 2>" + err.string();
     Run run;
     FILE* pipe = ::popen(command.c_str(), "r");
     char buffer[4096];
@@ -71,6 +78,37 @@ TEST_F(LiveCommands, StopsADevServerByPortAndIsRefusedAShellsListener) {
   EXPECT_EQ(filtered.status, 0);
   EXPECT_NE(filtered.out.find(shellPort + std::string(7 - shellPort.size(), ' ') + "TCP   bash"), std::string::npos)
       << filtered.out;
+}
+
+TEST_F(LiveCommands, WatchRedrawsOnATerminalUntilInterruptedAndLeavesItClean) {
+  const pid_t server = start({actor("devserver"), "listen", "127.0.0.1"}, root, std::nullopt, true);
+  const std::string port = std::to_string(awaitListeners(1)[server].front());
+  const std::string watch = "timeout --preserve-status -s INT 1 " + program() + " scan --watch 0.2 --port " + port;
+
+  // On a terminal (script gives it one): the alternate screen, frames drawn from its top, and
+  // the screen given back when Ctrl+C comes.
+  const auto onTerminal = shell("script -qfec '" + watch + "' /dev/null </dev/null");
+  EXPECT_EQ(onTerminal.status, 0) << onTerminal.err;
+  EXPECT_TRUE(onTerminal.out.starts_with("\x1b[?1049h\x1b[?25l")) << onTerminal.out;
+  EXPECT_TRUE(onTerminal.out.ends_with("\x1b[?25h\x1b[?1049l")) << onTerminal.out;
+  size_t frames = 0;
+  for (size_t at = onTerminal.out.find("\x1b[H"); at != std::string::npos; at = onTerminal.out.find("\x1b[H", at + 1)) {
+    ++frames;
+  }
+  EXPECT_GE(frames, 3u) << "one frame each 0.2 s";
+  EXPECT_NE(onTerminal.out.find(port + std::string(7 - port.size(), ' ') + "TCP   devserver"), std::string::npos);
+
+  // Into a pipe: each report after the last, no escapes.
+  const auto piped = shell(watch);
+  EXPECT_EQ(piped.status, 0) << piped.err;
+  EXPECT_EQ(piped.out.find('\x1b'), std::string::npos);
+  EXPECT_GE(std::count(piped.out.begin(), piped.out.end(), '\n'), 10);
+}
+
+TEST_F(LiveCommands, AgentsWithoutAnApplicationAnswerFromTheProcessTable) {
+  const auto run = shell("DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent " + program() + " agents --json");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find("\"source\" : \"processTable\""), std::string::npos) << run.out;
 }
 
 }  // namespace
