@@ -95,7 +95,7 @@ int32_t runWatch(const ScanOptions& options, const WatchDependencies& dependenci
     };
     draw();
     WatchWake wake = dependencies.wait(interval);
-    // A resize redraws the last report at once; the next scan keeps its time.
+    // A resize redraws the last report at once, then waits a whole interval again.
     for (; wake == WatchWake::resized; wake = dependencies.wait(interval)) draw();
     if (wake == WatchWake::interrupted) break;
   }
