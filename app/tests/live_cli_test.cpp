@@ -83,7 +83,7 @@ TEST_F(LiveCommands, StopsADevServerByPortAndIsRefusedAShellsListener) {
 TEST_F(LiveCommands, WatchRedrawsOnATerminalUntilInterruptedAndLeavesItClean) {
   const pid_t server = start({actor("devserver"), "listen", "127.0.0.1"}, root, std::nullopt, true);
   const std::string port = std::to_string(awaitListeners(1)[server].front());
-  const std::string watch = "timeout --preserve-status -s INT 1 " + program() + " scan --watch 0.2 --port " + port;
+  const std::string watch = "timeout --preserve-status -s INT 2 " + program() + " scan --watch 0.2 --port " + port;
 
   // On a terminal (script gives it one): the alternate screen, frames drawn from its top, and
   // the screen given back when Ctrl+C comes.
@@ -95,7 +95,7 @@ TEST_F(LiveCommands, WatchRedrawsOnATerminalUntilInterruptedAndLeavesItClean) {
   for (size_t at = onTerminal.out.find("\x1b[H"); at != std::string::npos; at = onTerminal.out.find("\x1b[H", at + 1)) {
     ++frames;
   }
-  EXPECT_GE(frames, 3u) << "one frame each 0.2 s";
+  EXPECT_GE(frames, 3u) << "a frame each 0.2 s for 2 s";
   EXPECT_NE(onTerminal.out.find(port + std::string(7 - port.size(), ' ') + "TCP   devserver"), std::string::npos);
 
   // Into a pipe: each report after the last, no escapes.
