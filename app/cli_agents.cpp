@@ -14,10 +14,6 @@
 namespace tidewatch::TidewatchCLI {
 namespace {
 
-constexpr std::string_view middleDot = "\xC2\xB7";
-constexpr std::string_view emDash = "\xE2\x80\x94";
-constexpr std::string_view rule = "\xE2\x94\x80";
-
 // Today's starts by their time; older ones by their day, which the time alone would hide.
 std::string sinceText(std::optional<Date> since, Date now, const std::function<std::string(Date)>& localTime) {
   if (!since) return "";
@@ -52,8 +48,7 @@ std::string agentsTable(const AgentSessionsDocument::Decoded& document, Date now
 
   out += padded("STATE", 17) + padded("PROVIDER", 13) + padded("PROJECT", 20) + padded("HOST", 14) +
          padded("SINCE", 12) + padded("PID", 9) + "PORTS\n";
-  for (int i = 0; i < 85; ++i) out += rule;
-  out += "\n";
+  out += ruleLine(85) + "\n";
   for (const auto& row : document.rows) {
     out += padded(withoutControlCharacters(row.state), 17);
     out += padded(withoutControlCharacters(row.provider), 13);
@@ -117,12 +112,8 @@ AgentsDependencies AgentsDependencies::live() {
       },
       [] {
         const ScanResult result = PortEngine().scan(true);
-        std::map<AgentProcessIdentity, ListenerIdentitySet> related;
-        for (const auto& listener : result.listeners) {
-          if (listener.agentProcess) related[*listener.agentProcess].insert(listener.identity);
-        }
         AgentInventoryReducer reducer;
-        reducer.applyPanelScan(result.agentPresence, related, {}, result.scannedAt, result.scannedAt);
+        reducer.applyPanelScan(result.agentPresence, relatedListeners(result), {}, result.scannedAt, result.scannedAt);
         return reducer.snapshot({});
       },
       [] { return std::chrono::time_point_cast<Date::duration>(std::chrono::system_clock::now()); }};

@@ -1,7 +1,6 @@
 #include "app/cli_stop.h"
 
 #include <algorithm>
-#include <charconv>
 #include <set>
 
 #include "process_core/text.h"
@@ -11,29 +10,13 @@
 namespace tidewatch::TidewatchCLI {
 namespace {
 
-constexpr std::string_view middleDot = "\xC2\xB7";
-constexpr std::string_view multiplication = "\xC3\x97";
-
-std::optional<int> portNumber(std::string_view word) {
-  int port = 0;
-  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), port);
-  if (error != std::errc() || end != word.data() + word.size() || port < 1 || port > 65535) return std::nullopt;
-  return port;
-}
-
 std::string plural(int count, std::string_view word) {
   return std::to_string(count) + " " + std::string(word) + (count == 1 ? "" : "s");
 }
 
 // "node (PID 4242)", "gunicorn ×4 (PID 120)".
 std::string rowLabel(const PortListener& row) {
-  std::string label = withoutControlCharacters(row.process.displayName());
-  if (row.isWorkerPool()) {
-    label += " ";
-    label += multiplication;
-    label += std::to_string(row.workerPoolSize);
-  }
-  return label + " (PID " + std::to_string(row.process.identity.pid) + ")";
+  return processCell(row) + " (PID " + std::to_string(row.process.identity.pid) + ")";
 }
 
 struct Verdict {
@@ -83,7 +66,7 @@ Verdict stopRow(const PortListener& row, const StopOptions& options, const StopA
     }
     if (options.force) return refused("a worker pool is stopped with SIGTERM only: leave out --force.");
     const auto request = StopPoolRequest::request(row, context);
-    if (!request) return refused("Tidewatch couldn\u2019t safely stop this pool.");
+    if (!request) return refused(StopPoolOutcome{StopPoolOutcome::NoActionableTarget{}}.message());
     return verdict(actions.stopPool(*request), row, options.dryRun);
   }
   if (options.force) {
@@ -116,7 +99,7 @@ std::variant<StopOptions, std::string> parseStop(const std::vector<std::string>&
     } else if (const auto port = portNumber(argument)) {
       if (seen.insert(*port).second) options.ports.push_back(*port);
     } else {
-      return "error: not a port: " + withoutControlCharacters(argument) + " (ports are 1 to 65535)";
+      return notAPort(argument);
     }
   }
   if (options.ports.empty()) return std::string("error: name the ports to stop: tidewatch stop PORT...");

@@ -22,7 +22,6 @@ constexpr std::string_view leaveScreen = "\x1b[?25h\x1b[?1049l";
 constexpr std::string_view home = "\x1b[H";
 constexpr std::string_view clearLine = "\x1b[K";
 constexpr std::string_view clearBelow = "\x1b[J";
-constexpr std::string_view middleDot = "\xC2\xB7";
 
 std::vector<std::string> lines(const std::string& text) {
   std::vector<std::string> out;
@@ -116,11 +115,10 @@ WatchDependencies WatchDependencies::live() {
   auto engine = std::make_shared<PortEngine>(PortEngine::incremental(PortEngineDependencies::live()));
   return WatchDependencies{
       [engine] { return engine->scan(true); },
-      [] {
-        const bool lowPower = PowerProfile::isLowPowerModeEnabled();
-        const auto mode = DisplaySettings::batteryMode(DefaultsStore::standard());
+      // The setting is read once; the machine's power mode at every frame, as the panel does.
+      [mode = DisplaySettings::batteryMode(DefaultsStore::standard())] {
         return std::chrono::duration_cast<std::chrono::milliseconds>(
-            PortScanSession::cadenceInterval(lowPower, lowPower ? BatteryMode::balanced : mode));
+            PortScanSession::cadenceInterval(PowerProfile::isLowPowerModeEnabled(), mode));
       },
       [](std::chrono::milliseconds interval) {
         timespec timeout{static_cast<time_t>(interval.count() / 1000),

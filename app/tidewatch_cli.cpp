@@ -35,10 +35,6 @@ void writeAll(int fd, const std::string& bytes) {
   }
 }
 
-constexpr std::string_view middleDot = "\xC2\xB7";
-constexpr std::string_view emDash = "\xE2\x80\x94";
-constexpr std::string_view multiplication = "\xC3\x97";
-constexpr std::string_view rule = "\xE2\x94\x80";
 
 std::string_view bindWord(BindScope scope) {
   switch (scope) {
@@ -77,6 +73,33 @@ EntryRoute routeFor(const std::vector<std::string>& arguments) {
 }
 
 namespace TidewatchCLI {
+
+std::string ruleLine(size_t width) {
+  std::string line;
+  for (size_t i = 0; i < width; ++i) line += "\xE2\x94\x80";
+  return line;
+}
+
+std::optional<int> portNumber(std::string_view word) {
+  int port = 0;
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), port);
+  if (error != std::errc() || end != word.data() + word.size() || port < 1 || port > 65535) return std::nullopt;
+  return port;
+}
+
+std::string notAPort(std::string_view word) {
+  return "error: not a port: " + withoutControlCharacters(word) + " (ports are 1 to 65535)";
+}
+
+std::string processCell(const PortListener& row) {
+  std::string process = withoutControlCharacters(row.process.displayName());
+  if (row.workerPoolSize >= 2) {
+    process += " ";
+    process += multiplication;
+    process += std::to_string(row.workerPoolSize);
+  }
+  return process;
+}
 
 Output Output::live() {
   return Output{[](const std::string& text) { writeAll(STDOUT_FILENO, text); },
@@ -157,18 +180,11 @@ std::string tableReport(const ScanResult& result, bool includeHidden,
 
   out += padded("PORT", 7) + padded("PROTO", 6) + padded("PROCESS", 22) + padded("PID", 8) +
          padded("CLASSIFICATION", 22) + "BIND\n";
-  for (int i = 0; i < 78; ++i) out += rule;
-  out += "\n";
+  out += ruleLine(78) + "\n";
   for (const auto& row : rows) {
-    std::string process = row.process.displayName();
-    if (row.workerPoolSize >= 2) {
-      process += " ";
-      process += multiplication;
-      process += std::to_string(row.workerPoolSize);
-    }
     out += padded(std::to_string(row.port), 7);
     out += padded("TCP", 6);
-    out += padded(withoutControlCharacters(process), 22);
+    out += padded(processCell(row), 22);
     out += padded(std::to_string(row.process.identity.pid), 8);
     out += padded(withoutControlCharacters(row.classification.label), 22);
     out += bindWord(row.bindScope);
@@ -197,13 +213,10 @@ std::variant<ScanOptions, std::string> parseScan(const std::vector<std::string>&
       const bool joined = argument != "--port";
       if (!joined && i + 1 == arguments.size()) return std::string("error: --port needs a port (1 to 65535)");
       const std::string value = joined ? argument.substr(7) : arguments[++i];
-      int port = 0;
-      const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), port);
-      if (error != std::errc() || end != value.data() + value.size() || port < 1 || port > 65535) {
-        return "error: not a port: " + withoutControlCharacters(value) + " (ports are 1 to 65535)";
-      }
-      if (std::find(options.ports.begin(), options.ports.end(), port) == options.ports.end()) {
-        options.ports.push_back(port);
+      const auto port = portNumber(value);
+      if (!port) return notAPort(value);
+      if (std::find(options.ports.begin(), options.ports.end(), *port) == options.ports.end()) {
+        options.ports.push_back(*port);
       }
     } else if (argument == "--watch" || argument.starts_with("--watch=")) {
       options.watch = true;

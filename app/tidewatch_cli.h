@@ -2,11 +2,12 @@
 // update-gate reports. A namespace of functions with no state of its own.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <chrono>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -23,6 +24,22 @@ enum class EntryRoute { relay, scan, updateGate, stop, agents, application };
 EntryRoute routeFor(const std::vector<std::string>& arguments);
 
 namespace TidewatchCLI {
+
+// The reports' own characters.
+inline constexpr std::string_view middleDot = "\xC2\xB7";
+inline constexpr std::string_view emDash = "\xE2\x80\x94";
+inline constexpr std::string_view multiplication = "\xC3\x97";
+
+// A table's rule: "─" this many times.
+std::string ruleLine(size_t width);
+
+// A port given on the command line: a whole number from 1 to 65535, nothing around it.
+std::optional<int> portNumber(std::string_view word);
+// The error line for a word that is no port.
+std::string notAPort(std::string_view word);
+
+// A row's process as the reports name it: its display name, and " ×N" for a pool of N.
+std::string processCell(const PortListener& row);
 
 struct Output {
   std::function<void(const std::string&)> standardOutput;

@@ -37,55 +37,49 @@ AgentObservationBuilder::Result AgentObservationBuilder::build(const std::vector
   return result;
 }
 
-struct AgentDetectionRecordsAccess {
-  // Every enumerated process's detection snapshot, from its record where the stat line allows;
-  // records are kept for exactly the processes read now.
-  static std::vector<ProcessSnapshot> detect(const AgentScannerDependencies& dependencies,
-                                             const std::vector<int32_t>& pids, uint32_t uid, Date now,
-                                             AgentDetectionRecords* records) {
-    std::vector<ProcessSnapshot> snapshots;
-    snapshots.reserve(pids.size());
-    if (!records || !dependencies.statSnapshot) {
-      for (int32_t pid : pids) {
-        if (auto snapshot = dependencies.detectionSnapshot(pid, uid)) snapshots.push_back(std::move(*snapshot));
-      }
-      return snapshots;
-    }
-    auto& kept = records->byPID_;
-    std::unordered_map<int32_t, AgentDetectionRecords::Record> next;
-    next.reserve(pids.size());
-    for (int32_t pid : pids) {
-      if (auto found = kept.find(pid); found != kept.end()) {
-        auto& record = found->second;
-        const bool fresh = now >= record.readAt && now - record.readAt < AgentDetectionRecords::rereadInterval;
-        const auto line = fresh ? dependencies.statSnapshot(pid) : std::nullopt;
-        if (line && line->identity == record.snapshot.identity && line->name == record.snapshot.name &&
-            line->isKernelThread == record.snapshot.isKernelThread) {
-          record.snapshot.parentPID = line->parentPID;
-          snapshots.push_back(record.snapshot);
-          next.emplace(pid, std::move(record));
-          continue;
-        }
-      }
-      if (auto snapshot = dependencies.detectionSnapshot(pid, uid)) {
-        snapshots.push_back(*snapshot);
-        next.emplace(pid, AgentDetectionRecords::Record{std::move(*snapshot), now});
+std::vector<ProcessSnapshot> AgentDetectionRecords::detect(const AgentScannerDependencies& dependencies,
+                                                           const std::vector<int32_t>& pids, uint32_t uid, Date now) {
+  std::vector<ProcessSnapshot> snapshots;
+  snapshots.reserve(pids.size());
+  std::unordered_map<int32_t, Record> next;
+  next.reserve(pids.size());
+  for (int32_t pid : pids) {
+    if (auto found = byPID_.find(pid); found != byPID_.end() && dependencies.statSnapshot) {
+      auto& record = found->second;
+      const bool fresh = now >= record.readAt && now - record.readAt < rereadInterval;
+      const auto line = fresh ? dependencies.statSnapshot(pid) : std::nullopt;
+      if (line && line->identity == record.snapshot.identity && line->name == record.snapshot.name &&
+          line->isKernelThread == record.snapshot.isKernelThread) {
+        record.snapshot.parentPID = line->parentPID;
+        snapshots.push_back(record.snapshot);
+        next.emplace(pid, std::move(record));
+        continue;
       }
     }
-    kept = std::move(next);
-    return snapshots;
+    if (auto snapshot = dependencies.detectionSnapshot(pid, uid)) {
+      snapshots.push_back(*snapshot);
+      next.emplace(pid, Record{std::move(*snapshot), now});
+    }
   }
-};
+  byPID_ = std::move(next);
+  return snapshots;
+}
 
-namespace {
+AgentScanner::Result AgentScanner::scanLightweight(const AgentScannerDependencies& dependencies,
+                                                   const AgentActivitySamples& previousSamples, Date now) {
+  // No records of earlier looks: every process is read in full.
+  AgentDetectionRecords none;
+  return scanLightweight(dependencies, previousSamples, now, none);
+}
 
-AgentScanner::Result scan(const AgentScannerDependencies& dependencies, const AgentActivitySamples& previousSamples,
-                          Date now, AgentDetectionRecords* records) {
+AgentScanner::Result AgentScanner::scanLightweight(const AgentScannerDependencies& dependencies,
+                                                   const AgentActivitySamples& previousSamples, Date now,
+                                                   AgentDetectionRecords& records) {
   const std::vector<int32_t> pids = dependencies.allPIDs();
   if (pids.empty()) throw ScanError(ScanError::Code::enumerationUnavailable);
   const uint32_t uid = dependencies.currentUID();
 
-  std::vector<ProcessSnapshot> snapshots = AgentDetectionRecordsAccess::detect(dependencies, pids, uid, now, records);
+  std::vector<ProcessSnapshot> snapshots = records.detect(dependencies, pids, uid, now);
   // Processor time is read only inside agents' trees; everything else stays as detected.
   const auto subtree = AgentProcessGraph(snapshots).agentSubtreePIDs();
   for (auto& snapshot : snapshots) {
@@ -94,21 +88,7 @@ AgentScanner::Result scan(const AgentScannerDependencies& dependencies, const Ag
   }
 
   auto built = AgentObservationBuilder::build(snapshots, previousSamples, now);
-  return AgentScanner::Result{std::move(built.observations), std::move(built.nextSamples), now,
-                              static_cast<int>(pids.size())};
-}
-
-}  // namespace
-
-AgentScanner::Result AgentScanner::scanLightweight(const AgentScannerDependencies& dependencies,
-                                                   const AgentActivitySamples& previousSamples, Date now) {
-  return scan(dependencies, previousSamples, now, nullptr);
-}
-
-AgentScanner::Result AgentScanner::scanLightweight(const AgentScannerDependencies& dependencies,
-                                                   const AgentActivitySamples& previousSamples, Date now,
-                                                   AgentDetectionRecords& records) {
-  return scan(dependencies, previousSamples, now, &records);
+  return Result{std::move(built.observations), std::move(built.nextSamples), now, static_cast<int>(pids.size())};
 }
 
 }  // namespace tidewatch

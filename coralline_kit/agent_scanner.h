@@ -59,10 +59,14 @@ class AgentDetectionRecords {
  public:
   static constexpr std::chrono::seconds rereadInterval{30};
 
+  // Every enumerated process's detection snapshot, from its record where the stat line allows
+  // (never without `statSnapshot`); afterwards records are kept for exactly the processes read.
+  std::vector<ProcessSnapshot> detect(const AgentScannerDependencies& dependencies, const std::vector<int32_t>& pids,
+                                      uint32_t uid, Date now);
+
   size_t size() const { return byPID_.size(); }
 
  private:
-  friend struct AgentDetectionRecordsAccess;
   struct Record {
     ProcessSnapshot snapshot;
     Date readAt;

@@ -170,10 +170,7 @@ std::map<AgentProcessIdentity, AgentKind> AgentInventoryCoordinator::presentedPr
 
 void AgentInventoryCoordinator::applyScan(const ScanResult& result) {
   // Which listeners each agent process holds, worked out on the caller's turn.
-  std::map<AgentProcessIdentity, ListenerIdentitySet> related;
-  for (const auto& listener : result.listeners) {
-    if (listener.agentProcess) related[*listener.agentProcess].insert(listener.identity);
-  }
+  auto related = relatedListeners(result);
   core_->enqueue([weak = std::weak_ptr<Core>(core_), result, related = std::move(related)](
                      std::function<void()> finished) mutable {
     auto core = weak.lock();

@@ -161,4 +161,12 @@ AgentKind impliedProvider(std::optional<HostAppKind> host, AgentKind ownKind) {
   return ownKind;
 }
 
+std::map<AgentProcessIdentity, ListenerIdentitySet> relatedListeners(const ScanResult& result) {
+  std::map<AgentProcessIdentity, ListenerIdentitySet> related;
+  for (const auto& listener : result.listeners) {
+    if (listener.agentProcess) related[*listener.agentProcess].insert(listener.identity);
+  }
+  return related;
+}
+
 }  // namespace tidewatch

@@ -174,4 +174,7 @@ struct AgentTrackingUpdateFacts {
 // Code; every other host presents the process's own kind.
 AgentKind impliedProvider(std::optional<HostAppKind> host, AgentKind ownKind);
 
+// Which of a scan's listeners each agent process holds, as the inventory relates them to sessions.
+std::map<AgentProcessIdentity, ListenerIdentitySet> relatedListeners(const ScanResult& result);
+
 }  // namespace tidewatch

@@ -11,8 +11,8 @@
 #include "app/gui/ewmh_focus.h"
 #include "app/gui/screen_geometry.h"
 #include "app/gui/tray_badge.h"
-#include "inventory/agent_sessions_document.h"
 #include "coralline_kit/notch_placement_resolver.h"
+#include "inventory/agent_sessions_document.h"
 
 namespace tidewatch {
 
